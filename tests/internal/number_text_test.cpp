@@ -1,0 +1,276 @@
+// Numbers as text and back: beside the C library, which is right in its "C" locale,
+// and under a locale whose decimal point is a comma.
+#include "number_text.h"
+
+#include "text_class.h"
+#include "text_format.h"
+
+#include <stdkro/str.h>
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+bool comma_locale = false;
+
+} // namespace
+
+extern "C" {
+
+lconv* __real_localeconv();
+int __real_vsnprintf(char* dst, std::size_t size, const char* fmt, va_list arguments);
+
+lconv* __wrap_localeconv()
+{
+    static char comma[] = ",";
+    static lconv with_comma;
+    with_comma = *__real_localeconv();
+    with_comma.decimal_point = comma;
+    return comma_locale ? &with_comma : __real_localeconv();
+}
+
+// Stands in for a C library that follows such a locale.
+int __wrap_vsnprintf(char* dst, std::size_t size, const char* fmt, va_list arguments)
+{
+    const int length = __real_vsnprintf(dst, size, fmt, arguments);
+    for (char* p = dst; comma_locale && size && *p; ++p)
+        *p = *p == '.' ? ',' : *p;
+    return length;
+}
+
+} // extern "C"
+
+namespace {
+
+TEST(parse_double, reads_decimal_notation_only)
+{
+    struct {
+        const char* text;
+        double value;
+        int stop;
+    } const rows[] = {
+        { "0", 0, 1 },         { "1", 1, 1 },          { "-1", -1, 2 },        { "+1", 1, 2 },       { " \t1", 1, 3 },
+        { "1.5", 1.5, 3 },     { "1.", 1, 2 },         { ".5", 0.5, 2 },       { "-.5", -0.5, 3 },   { "1.5.2", 1.5, 3 },
+        { "1e3", 1000, 3 },    { "1E3", 1000, 3 },     { "1e+3", 1000, 4 },    { "1e-3", 0.001, 4 }, { "1.e3", 1000, 4 },
+        { ".5e1", 5, 4 },      { "1e", 1, 1 },         { "1e+", 1, 1 },        { "1ex", 1, 1 },      { "1e5x", 1e5, 3 },
+        { "007.25", 7.25, 6 }, { "0x1F", 0, 1 },       { "1,5", 1, 1 },        { "1 2", 1, 1 },
+        // Nothing that is no number.
+        { "", 0, 0 },          { " ", 0, 0 },          { "-", 0, 0 },          { ".", 0, 0 },        { "-.", 0, 0 },
+        { ".e5", 0, 0 },       { "e5", 0, 0 },         { "inf", 0, 0 },        { "-inf", 0, 0 },     { "nan", 0, 0 },
+        { "infinity", 0, 0 },  { "--1", 0, 0 },        { "+-1", 0, 0 },        { "x", 0, 0 },
+        // Too large is infinite, too small 0, whatever way it is written.
+        { "1e308", 1e308, 5 }, { "1e309", HUGE_VAL, 5 }, { "-1e309", -HUGE_VAL, 6 }, { "1e-400", 0, 6 },
+        { "0e999", 0, 5 },     { "0.0e99999999999999999999", 0, 24 },          { "1e99999999999999999999", HUGE_VAL, 22 },
+        { "1e-99999999999999999999", 0, 23 },          { "0.00001e310", 1e305, 11 },
+        { "4.9e-324", 4.9406564584124654e-324, 8 },    { "2.2250738585072014e-308", 2.2250738585072014e-308, 23 },
+        { "1.7976931348623157e308", 1.7976931348623157e308, 22 },
+        { "179769313486231570000000000000000000000000000000000000000e252", 1.7976931348623157e308, 61 },
+    };
+    for (const auto& row : rows) {
+        double value = 99;
+        EXPECT_EQ(row.text + row.stop, parse_double(row.text, value)) << row.text;
+        EXPECT_EQ(row.value, value) << row.text;
+        EXPECT_EQ(row.stop ? std::signbit(std::strtod(row.text, nullptr)) : false, std::signbit(value)) << row.text;
+    }
+    const std::string huge = std::string(400, '9');
+    double value;
+    parse_double(huge.c_str(), value);
+    EXPECT_EQ(HUGE_VAL, value);
+    const std::string tiny = "0." + std::string(400, '0') + "1";
+    parse_double(tiny.c_str(), value);
+    EXPECT_EQ(0, value);
+    const std::string padded = std::string(400, '0') + "7.5";
+    parse_double(padded.c_str(), value);
+    EXPECT_EQ(7.5, value);
+}
+
+TEST(parse_double, stays_inside_an_unterminated_text)
+{
+    const char text[] = "  -1.5e12";
+    const double values[] = { 0, 0, 0, 0, -1, -1, -1.5, -1.5, -15, -1.5e12 };
+    const int stops[] = { 0, 0, 0, 0, 4, 5, 6, 6, 8, 9 };
+    for (int n = 0; n < 10; ++n) {
+        double value = 99;
+        EXPECT_EQ(text + stops[n], parse_double(text, text + n, value)) << n;
+        EXPECT_EQ(values[n], value) << n;
+    }
+}
+
+TEST(parse_double, agrees_with_the_c_library)
+{
+    std::mt19937_64 random(5);
+    const char letters[] = "0123456789012345678901234567890123456789+-.eE x";
+    for (int i = 0; i < 20000; ++i) {
+        std::string text;
+        for (auto n = random() % 24; n; --n)
+            text += letters[random() % (sizeof letters - 1)];
+        char* expected_end;
+        const double expected = std::strtod(text.c_str(), &expected_end);
+        double value;
+        const char* const end = parse_double(text.c_str(), value);
+        if (text.find("0x") != std::string::npos)
+            continue; // hexadecimal for strtod
+        ASSERT_EQ(expected_end, end) << text;
+        ASSERT_EQ(expected, value) << text;
+    }
+}
+
+TEST(format_double_g, writes_what_printf_writes_with_two_digit_exponents)
+{
+    struct {
+        double value;
+        const char* text;
+    } const rows[] = {
+        { 0, "0" },             { -0.0, "-0" },         { 1, "1" },          { 1.5, "1.5" },        { -2.25, "-2.25" },
+        { 123456, "123456" },   { 1234567, "1.23457e+06" }, { 1e6, "1e+06" }, { 999999.5, "1e+06" }, { 1e15, "1e+15" },
+        { 1e100, "1e+100" },    { 1e-4, "0.0001" },     { 1e-5, "1e-05" },   { 1e-100, "1e-100" },  { 0.1, "0.1" },
+        { 1.0 / 3, "0.333333" }, { 5e-324, "4.94066e-324" }, { HUGE_VAL, "inf" }, { -HUGE_VAL, "-inf" },
+        { std::numeric_limits<double>::quiet_NaN(), "nan" }, { -std::numeric_limits<double>::quiet_NaN(), "nan" },
+    };
+    for (const auto& row : rows) {
+        char text[number_text_size];
+        EXPECT_EQ(static_cast<int>(std::strlen(row.text)), format_double_g(text, row.value));
+        EXPECT_STREQ(row.text, text);
+    }
+    std::mt19937_64 random(6);
+    for (int i = 0; i < 20000; ++i) {
+        const double value = std::ldexp(static_cast<double>(static_cast<std::int64_t>(random())), static_cast<int>(random() % 2000) - 1060);
+        char text[number_text_size];
+        char expected[64];
+        std::snprintf(expected, sizeof expected, "%g", value);
+        EXPECT_EQ(static_cast<int>(std::strlen(expected)), format_double_g(text, value));
+        ASSERT_STREQ(expected, text);
+    }
+}
+
+TEST(parse_int, saturates_to_32_bits)
+{
+    struct {
+        const char* text;
+        int radix, value, stop;
+    } const rows[] = {
+        { "42", 10, 42, 2 },    { "-42", 10, -42, 3 },  { "+42", 10, 42, 3 },  { " \n42", 10, 42, 4 }, { "42x", 10, 42, 2 },
+        { "ff", 16, 255, 2 },   { "-FF", 16, -255, 3 }, { "fg", 16, 15, 1 },   { "17", 8, 15, 2 },     { "18", 8, 1, 1 },
+        { "", 10, 0, 0 },       { "-", 10, 0, 0 },      { " ", 10, 0, 0 },     { "x", 10, 0, 0 },      { "- 1", 10, 0, 0 },
+        { "2147483647", 10, 2147483647, 10 },           { "2147483648", 10, 2147483647, 10 },
+        { "-2147483648", 10, -2147483647 - 1, 11 },     { "-2147483649", 10, -2147483647 - 1, 11 },
+        { "99999999999999999999999999", 10, 2147483647, 26 },
+        { "ffffffffffffffffffff", 16, 2147483647, 20 },
+    };
+    for (const auto& row : rows) {
+        int value = 99;
+        EXPECT_EQ(row.text + row.stop, parse_int(row.text, value, row.radix)) << row.text;
+        EXPECT_EQ(row.value, value) << row.text;
+    }
+}
+
+TEST(format_int, writes_every_int)
+{
+    for (int value : { 0, 1, -1, 42, 2147483647, -2147483647 - 1 }) {
+        char text[number_text_size];
+        EXPECT_EQ(std::to_string(value).size(), static_cast<std::size_t>(format_int(text, value)));
+        EXPECT_EQ(std::to_string(value), text);
+    }
+}
+
+TEST(double_to_int, truncates_inside_the_ints_and_marks_the_rest)
+{
+    const int outside = std::numeric_limits<int>::min();
+    struct {
+        double value;
+        int result;
+    } const rows[] = {
+        { 0, 0 }, { 1.9, 1 }, { -1.9, -1 }, { 2147483647.0, 2147483647 }, { 2147483647.9, 2147483647 },
+        { -2147483648.0, outside }, { -2147483648.9, outside }, { 2147483648.0, outside }, { -2147483649.0, outside },
+        { 1e300, outside }, { -1e300, outside }, { HUGE_VAL, outside }, { -HUGE_VAL, outside },
+        { std::numeric_limits<double>::quiet_NaN(), outside },
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.result, double_to_int(row.value)) << row.value;
+}
+
+TEST(text_class, knows_bytes_of_the_C_locale_only)
+{
+    for (int c = 0; c < 256; ++c) {
+        const char byte = static_cast<char>(c);
+        EXPECT_EQ(c != 0 && std::strchr(" \t\n\v\f\r", c) != nullptr, is_space(byte)) << c;
+        EXPECT_EQ(c >= '0' && c <= '9', is_digit(byte)) << c;
+        const char* const digits = "0123456789abcdef";
+        const char* const digit = c ? std::strchr(digits, c >= 'A' && c <= 'F' ? c + 32 : c) : nullptr;
+        EXPECT_EQ(digit ? static_cast<int>(digit - digits) : -1, hex_value(byte)) << c;
+    }
+}
+
+int format(char* dst, unsigned size, const char* fmt, ...)
+{
+    va_list arguments;
+    va_start(arguments, fmt);
+    const int length = format_bounded(dst, size, fmt, arguments);
+    va_end(arguments);
+    return length;
+}
+
+TEST(format_bounded, tells_when_the_text_was_cut)
+{
+    char text[8] = "#######";
+    EXPECT_EQ(-1, format(text, 0, "%d", 1));
+    EXPECT_STREQ("#######", text);
+    EXPECT_EQ(-1, format(text, 1, "%d", 1));
+    EXPECT_STREQ("", text);
+    EXPECT_EQ(0, format(text, 1, "%s", ""));
+    EXPECT_EQ(3, format(text, 4, "%d", 123));
+    EXPECT_STREQ("123", text);
+    EXPECT_EQ(-1, format(text, 3, "%d", 123));
+    EXPECT_STREQ("12", text);
+}
+
+// A C library in a DLL cannot be stood in for, but it has locales of its own.
+bool begin_comma_locale()
+{
+    comma_locale = true;
+    if (std::strcmp(std::localeconv()->decimal_point, ",") == 0)
+        return true;
+    comma_locale = false;
+    return std::setlocale(LC_NUMERIC, "German") != nullptr;
+}
+
+void end_comma_locale()
+{
+    comma_locale = false;
+    std::setlocale(LC_NUMERIC, "C");
+}
+
+TEST(a_locale_with_a_comma, changes_no_number)
+{
+    const double numbers[] = { 1.5, -2.25 };
+    char text[64];
+    char own[number_text_size];
+    double value = 0;
+    ASSERT_TRUE(begin_comma_locale());
+    const int length = str::write_multi(text, sizeof text, numbers, 2, "%g", ';');
+    const std::string list = text;
+    // A comma of the format itself stays.
+    str::write_multi(text, sizeof text, numbers, 1, "%.0f, ", '\0');
+    const std::string with_comma = text;
+    format_double_g(own, 1.5);
+    const char* const end = parse_double("1.5", value);
+    end_comma_locale();
+    EXPECT_EQ(9, length);
+    EXPECT_EQ("1.5;-2.25", list);
+    EXPECT_EQ("2, ", with_comma);
+    EXPECT_STREQ("1.5", own);
+    EXPECT_EQ(1.5, value);
+    EXPECT_STREQ("", end);
+}
+
+} // namespace
