@@ -1,0 +1,997 @@
+// The instruction loop of the script machine.
+//
+// `execute` handles the ordinary case of each instruction in place: ints, names
+// that the instruction found before, procedures. Whatever is not ordinary
+// (other types, a first look-up, the end of a chunk, an error) leaves the switch
+// and goes to `general`, which handles every case of every instruction by the
+// operations of `base_var`. The two agree: tests run the same programs through
+// both.
+//
+// What holds no text needs no destructor: the loop writes over it. A value that was
+// moved away holds none, and neither does the slot of a local that is not defined.
+#include "xmachine_state.h"
+
+#include <new>
+#include <typeinfo>
+
+namespace xpp {
+
+namespace {
+
+int wrap(unsigned v) { return static_cast<int>(v); }
+int sum(int a, int b) { return wrap(static_cast<unsigned>(a) + static_cast<unsigned>(b)); }
+int difference(int a, int b) { return wrap(static_cast<unsigned>(a) - static_cast<unsigned>(b)); }
+int product(int a, int b) { return wrap(static_cast<unsigned>(a) * static_cast<unsigned>(b)); }
+
+// Division by zero and the smallest int divided by -1 are left to base_var.
+bool is_plain_division(int, int b) { return b != 0 && b != -1; }
+
+bool get_int(const base_var& v, int& out)
+{
+    const base_var& target = v.get_ref();
+    if (target.raw_type() != base_var::integer)
+        return false;
+    out = target.get_int();
+    return true;
+}
+
+bool get_number(const base_var& v, double& out)
+{
+    const base_var& target = v.get_ref();
+    if (target.raw_type() == base_var::real)
+        out = target.get_double();
+    else if (target.raw_type() == base_var::integer)
+        out = target.get_int();
+    else
+        return false;
+    return true;
+}
+
+// Appends in place; false for what is no text, or const.
+bool append_text(base_var& to, const base_var& text)
+{
+    if (to.raw_type() != base_var::string || text.raw_type() != base_var::string || !to.raw_is_lvalue())
+        return false;
+    to += text;
+    return true;
+}
+
+bool is_assignable_int(const base_var& v) { return v.raw_type() == base_var::integer && v.raw_is_lvalue(); }
+
+[[noreturn]] void fail_invalid(const base_var& v) { throw xrterror(v.get_err(), "invalid variable."); }
+[[noreturn]] void fail_operand() { throw xrterror(err::internal, "invalid operand."); }
+
+int int_operand(const base_var& operand)
+{
+    if (operand.is_ref() || operand.raw_type() != base_var::integer)
+        fail_operand();
+    return operand.get_int();
+}
+
+const share_str& name_operand(const base_var& operand)
+{
+    if (operand.is_ref() || operand.raw_type() != base_var::string)
+        fail_operand();
+    return operand.get_string();
+}
+
+} // namespace
+
+// ---- activations -----------------------------------------------------------
+
+void machine_state::enter(xmethod& of, int return_addr)
+{
+    if (depth == contexts.size())
+        add_context();
+    if (of.numbered_to_ < of.end_ || of.layout_ == 0)
+        prepare(of);
+    if (slots_free < of.slot_count_)
+        open_slot_chunk(of.slot_count_, *contexts[depth]);
+    activate(of, return_addr);
+}
+
+// The part of `enter` that is always needed and cannot fail.
+[[gnu::always_inline]] inline void machine_state::activate(xmethod& of, int return_addr)
+{
+    xcontext& c = *contexts[depth++];
+    const unsigned slots = of.slot_count_;
+    c.method_ = &of;
+    c.return_addr_ = return_addr;
+    c.slots_ = next_slot;
+    c.slot_count_ = slots;
+    c.layout_ = of.layout_;
+    operands.enter(c.operands_);
+    next_slot += slots;
+    slots_free -= slots;
+}
+
+[[gnu::always_inline]] inline void machine_state::leave()
+{
+    xcontext& c = *contexts[--depth];
+    operands.leave(c.operands_, depth ? contexts[depth - 1]->operands_ : operands.bottom());
+    for (xcontext::slot* s = c.slots_; s != next_slot; ++s) {
+        s->is_defined = false;
+        if (s->value.raw_type() == base_var::string)
+            s->value = base_var();
+        else
+            new (&s->value) base_var();
+    }
+    slots_free += c.slot_count_;
+    next_slot = c.slots_;
+    if (c.extras_ || c.opened_chunk_)
+        leave_extras(c);
+}
+
+void machine_state::leave_extras(xcontext& c)
+{
+    while (xcontext::extra* const e = c.extras_) {
+        c.extras_ = e->next;
+        e->next = retired;
+        retired = e;
+    }
+    if (!c.opened_chunk_)
+        return;
+    c.opened_chunk_ = false;
+    chunk = c.slot_chunk_;
+    slots_free = c.slots_free_;
+    next_slot = slot_chunks[chunk].slots.get() + (slot_chunks[chunk].size - slots_free);
+}
+
+void machine_state::drop_contexts(unsigned to)
+{
+    while (depth > to)
+        leave();
+    if (depth == 0 && level == 0)
+        trim();
+}
+
+// Whether a call with `count` arguments can go straight from the operand stack
+// into the parameters: there are as many, nothing must be prepared, and nothing
+// on the way can fail.
+[[gnu::always_inline]] inline bool machine_state::takes(const xmethod& of, const xcode* entry, int count) const
+{
+    if (of.parameters_ != count || of.layout_ == 0 || of.numbered_to_ < of.end_)
+        return false;
+    for (int i = 0; i < count; ++i, ++entry) {
+        if (entry->type_ != GETARG || entry->state_ != of.layout_)
+            return false;
+    }
+    return entry->type_ != GETARG && depth < contexts.size() && slots_free >= of.slot_count_;
+}
+
+// ---- the loop --------------------------------------------------------------
+
+// `base` is the number of activations when the loop began: when there are fewer,
+// what it ran is gone.
+template <bool one_step>
+loop_end machine_state::execute(unsigned base)
+{
+    xcode* begin;
+    xcode* next;
+    base_var* top;
+    base_var* floor;
+    base_var* limit;
+    xcontext* context;
+    xcontext::slot* slots;
+    unsigned layout;
+    arg_list* list;
+
+    // Everything that other functions may change is written back before a call
+    // and read again behind it.
+    const auto store = [&]() __attribute__((always_inline)) {
+        ip = static_cast<int>(next - begin);
+        operands.top = top;
+    };
+    const auto use_active = [&]() __attribute__((always_inline)) {
+        context = contexts[depth - 1];
+        slots = context->slots_;
+        layout = context->layout_;
+        top = operands.top;
+        floor = operands.floor;
+        limit = operands.limit;
+    };
+    const auto load = [&]() __attribute__((always_inline)) {
+        begin = code.data();
+        next = begin + ip;
+        list = &args();
+        use_active();
+    };
+    const auto return_to = [&](int addr) __attribute__((always_inline)) {
+        operands.top = top;
+        leave();
+        operands.push(base_var(return_value));
+        use_active();
+        next = begin + addr;
+    };
+    const auto one_int = [&](int& a) __attribute__((always_inline)) { return top - 1 >= floor && get_int(top[-1], a); };
+    const auto two_ints = [&](int& a, int& b) __attribute__((always_inline)) {
+        return top - 2 >= floor && get_int(top[-1], b) && get_int(top[-2], a);
+    };
+    // Called when two_ints has said no: at least one is a double.
+    const auto two_numbers = [&](double& a, double& b) __attribute__((always_inline)) {
+        return top - 2 >= floor && get_number(top[-1], b) && get_number(top[-2], a);
+    };
+    const auto replace_two = [&](auto v) __attribute__((always_inline)) {
+        --top;
+        new (top - 1) base_var(v);
+    };
+    // The target of a jump whose operand has been checked.
+    const auto jump_to = [&](const xcode& c) __attribute__((always_inline)) {
+        if (c.state_ == 0)
+            return false;
+        next = begin + c.found_.slot;
+        return true;
+    };
+    const auto assign_int = [&](base_var* variable, int value, base_var* place) __attribute__((always_inline)) {
+        if (!variable || !variable->raw_is_lvalue())
+            return false;
+        *variable = value;
+        new (place) base_var(base_var::reference_to(*variable));
+        top = place + 1;
+        ++next;
+        return true;
+    };
+    const auto decide = [&](bool is_true, base_var* place) __attribute__((always_inline)) {
+        const xcode& jump = next[1];
+        if ((jump.type_ == AJZ || jump.type_ == AJNZ) && jump.state_ != 0) {
+            next = is_true == (jump.type_ == AJNZ) ? begin + jump.found_.slot : next + 2;
+            top = place;
+            return true;
+        }
+        new (place) base_var(is_true ? 1 : 0);
+        top = place + 1;
+        ++next;
+        return true;
+    };
+    // The variable of a GETVAR when it is a local int, and its value.
+    const auto int_variable = [&](const xcode& c, int& value) __attribute__((always_inline)) -> base_var* {
+        if (c.state_ != layout)
+            return nullptr;
+        base_var& v = slots[c.found_.slot].value.get_ref();
+        if (v.raw_type() != base_var::integer)
+            return nullptr;
+        value = v.get_int();
+        return &v;
+    };
+    // Executes the operator at `next` on a and b, and the jump that may follow a
+    // comparison. The result goes to `place`, which becomes the top value. False,
+    // with nothing done, for what is not ordinary. `variable` is that of a, null
+    // when there is none.
+    const auto operate = [&](base_var* variable, int a, int b, base_var* place) __attribute__((always_inline)) {
+        int result;
+        switch (next->type_) {
+        case PLUS: result = sum(a, b); break;
+        case MINUS: result = difference(a, b); break;
+        case MUL: result = product(a, b); break;
+        case DIV:
+            if (!is_plain_division(a, b))
+                return false;
+            result = a / b;
+            break;
+        case MOD:
+            if (!is_plain_division(a, b))
+                return false;
+            result = a % b;
+            break;
+        case AND: result = a != 0 && b != 0; break;
+        case OR: result = a != 0 || b != 0; break;
+        case EVAL: return assign_int(variable, b, place);
+        case EVPLUS: return assign_int(variable, sum(a, b), place);
+        case EVMINUS: return assign_int(variable, difference(a, b), place);
+        case EVMUL: return assign_int(variable, product(a, b), place);
+        case EQ: return decide(a == b, place);
+        case NEQ: return decide(a != b, place);
+        case GE: return decide(difference(a, b) >= 0, place);
+        case LE: return decide(difference(a, b) <= 0, place);
+        case GT: return decide(difference(a, b) > 0, place);
+        case LT: return decide(difference(a, b) < 0, place);
+        default: return false;
+        }
+        new (place) base_var(result);
+        top = place + 1;
+        ++next;
+        return true;
+    };
+
+    is_inside = true;
+    load();
+    do {
+        xcode& c = *next++;
+        int a = 0;
+        int b = 0;
+        double x = 0;
+        double y = 0;
+        switch (one_step ? xcode::quick_of(c.type_) : c.quick_) {
+        case NOP:
+        case POPARG:
+        case REF: continue;
+
+        case INT_OPERATOR:
+            if (one_int(a) && c.operand_.raw_type() == base_var::integer
+                && operate(nullptr, a, c.operand_.get_int(), top - 1))
+                continue;
+            [[fallthrough]];
+        case STORE:
+            if (top == limit)
+                break;
+            new (top++) base_var(c.operand_);
+            continue;
+
+        case VAR_INT_OPERATOR:
+            if (top != limit && next->type_ == STORE && next->operand_.raw_type() == base_var::integer) {
+                base_var* const v = int_variable(c, a);
+                b = next->operand_.get_int();
+                ++next;
+                if (v && operate(v, a, b, top))
+                    continue;
+                --next;
+            }
+            [[fallthrough]];
+        case VAR_VAR_OPERATOR:
+            if (top != limit && next->type_ == GETVAR) {
+                base_var* const v = int_variable(c, a);
+                const bool is_int = int_variable(*next, b) != nullptr;
+                ++next;
+                if (v && is_int && operate(v, a, b, top))
+                    continue;
+                --next;
+            }
+            [[fallthrough]];
+        case VAR_OPERATOR:
+            if (one_int(a) && int_variable(c, b) && operate(nullptr, a, b, top - 1))
+                continue;
+            [[fallthrough]];
+        case GETVAR: {
+            if (c.state_ != layout || top == limit)
+                break;
+            xcontext::slot& s = slots[c.found_.slot];
+            if (s.is_defined) {
+                new (top++) base_var(base_var::reference_to(s.value));
+                continue;
+            }
+            const xmethod::local_name& n = context->method_->locals_[c.found_.slot];
+            if (!n.global || n.global_state != field.state_)
+                break;
+            new (top++) base_var(base_var::reference_to(*n.global));
+            continue;
+        }
+
+        case GETARG: {
+            if (c.state_ != layout)
+                break;
+            xcontext::slot& s = slots[c.found_.slot];
+            if (s.is_defined || !list->take_plain(s.value))
+                break;
+            s.is_defined = true;
+            continue;
+        }
+
+        case PUSH: {
+            if (c.operand_.raw_type() != base_var::integer)
+                break;
+            const int count = c.operand_.get_int();
+            if (count < 0 || top - floor < count)
+                break;
+            top -= count;
+            if (!one_step && next->type_ == CALL && next->state_ == field.state_) {
+                const xfield::entry& e = *static_cast<const xfield::entry*>(next->found_.entry);
+                if (e.what == xfield::procedure && takes(*e.proc, begin + e.proc->entry_, count)) {
+                    if (!list->is_empty())
+                        list->clear();
+                    base_var* argument = top;
+                    operands.top = top;
+                    activate(*e.proc, static_cast<int>(next + 1 - begin));
+                    use_active();
+                    next = begin + e.proc->entry_;
+                    for (int i = 0; i < count; ++i, ++next, ++argument) {
+                        xcontext::slot& s = slots[next->found_.slot];
+                        new (&s.value) base_var(std::move(*argument));
+                        s.is_defined = true;
+                    }
+                    continue;
+                }
+            }
+            list->fill(top, static_cast<unsigned>(count));
+            continue;
+        }
+
+        case CALL: {
+            if (c.state_ != field.state_)
+                break;
+            const xfield::entry& e = *static_cast<const xfield::entry*>(c.found_.entry);
+            if (e.what != xfield::procedure)
+                break;
+            store();
+            enter(*e.proc, ip);
+            use_active();
+            next = begin + e.proc->entry_;
+            continue;
+        }
+
+        case RET: {
+            const int back = context->return_addr_;
+            if (back < 0)
+                break;
+            return_to(back);
+            continue;
+        }
+
+        case RETVAL:
+            if (!one_int(a))
+                break;
+            return_value = a;
+            --top;
+            if (one_step || next->type_ != RET || context->return_addr_ < 0)
+                continue;
+            ++next;
+            return_to(context->return_addr_);
+            continue;
+
+        case AJMP:
+            if (jump_to(c))
+                continue;
+            break;
+        case AJZ:
+            if (!one_int(a) || (a == 0 && !jump_to(c)))
+                break;
+            --top;
+            continue;
+        case AJNZ:
+            if (!one_int(a) || (a != 0 && !jump_to(c)))
+                break;
+            --top;
+            continue;
+
+        case PLUS:
+            if (two_ints(a, b))
+                replace_two(sum(a, b));
+            else if (two_numbers(x, y))
+                replace_two(x + y);
+            else
+                break;
+            continue;
+        case MINUS:
+            if (two_ints(a, b))
+                replace_two(difference(a, b));
+            else if (two_numbers(x, y))
+                replace_two(x - y);
+            else
+                break;
+            continue;
+        case MUL:
+            if (two_ints(a, b))
+                replace_two(product(a, b));
+            else if (two_numbers(x, y))
+                replace_two(x * y);
+            else
+                break;
+            continue;
+        case DIV:
+            if (!two_ints(a, b) || !is_plain_division(a, b))
+                break;
+            replace_two(a / b);
+            continue;
+        case MOD:
+            if (!two_ints(a, b) || !is_plain_division(a, b))
+                break;
+            replace_two(a % b);
+            continue;
+        case NEG:
+            if (!one_int(a))
+                break;
+            new (top - 1) base_var(difference(0, a));
+            continue;
+        case NOT:
+            if (!one_int(a))
+                break;
+            new (top - 1) base_var(a == 0 ? 1 : 0);
+            continue;
+        case AND:
+            if (!two_ints(a, b))
+                break;
+            replace_two(a != 0 && b != 0 ? 1 : 0);
+            continue;
+        case OR:
+            if (!two_ints(a, b))
+                break;
+            replace_two(a != 0 || b != 0 ? 1 : 0);
+            continue;
+
+        // KEEP: ints compare by their wrapped difference, as base_var::cmp does.
+        case EQ:
+            if (!two_ints(a, b))
+                break;
+            replace_two(a == b ? 1 : 0);
+            continue;
+        case NEQ:
+            if (!two_ints(a, b))
+                break;
+            replace_two(a != b ? 1 : 0);
+            continue;
+        case GE:
+            if (!two_ints(a, b))
+                break;
+            replace_two(difference(a, b) >= 0 ? 1 : 0);
+            continue;
+        case LE:
+            if (!two_ints(a, b))
+                break;
+            replace_two(difference(a, b) <= 0 ? 1 : 0);
+            continue;
+        case GT:
+            if (!two_ints(a, b))
+                break;
+            replace_two(difference(a, b) > 0 ? 1 : 0);
+            continue;
+        case LT:
+            if (!two_ints(a, b))
+                break;
+            replace_two(difference(a, b) < 0 ? 1 : 0);
+            continue;
+
+        case EVAL:
+        case EVPLUS:
+        case EVMINUS:
+        case EVMUL: {
+            if (!two_ints(a, b)) {
+                if (c.type_ != EVPLUS || top - 2 < floor || !append_text(top[-2].get_ref(), top[-1].get_ref()))
+                    break;
+                --top;
+                top->~base_var();
+                continue;
+            }
+            base_var& target = top[-2].get_ref();
+            if (!is_assignable_int(target))
+                break;
+            if (c.type_ == EVAL)
+                target = b;
+            else if (c.type_ == EVPLUS)
+                target = sum(a, b);
+            else if (c.type_ == EVMINUS)
+                target = difference(a, b);
+            else
+                target = product(a, b);
+            --top;
+            continue;
+        }
+
+        default: break;
+        }
+        store();
+        const loop_end end = general(c, base);
+        if (end != loop_end::going)
+            return end;
+        load();
+    } while (!one_step);
+    store();
+    return loop_end::stepped;
+}
+
+// ---- every case of every instruction ----------------------------------------
+
+loop_end machine_state::general(xcode& c, unsigned base)
+{
+    switch (c.type_) {
+    case NOP:
+    case POPARG:
+    case REF: return loop_end::going;
+
+    case PUSH: {
+        const int count = int_operand(c.operand_);
+        if (count < 0)
+            fail_operand();
+        args().clear();
+        std::vector<base_var> values;
+        operands.pop(static_cast<unsigned>(count), values);
+        args().clear();
+        for (base_var& v : values)
+            args().add(std::move(v));
+        return loop_end::going;
+    }
+    case STORE: operands.push(base_var(c.operand_)); return loop_end::going;
+    case GETVAR: operands.push(base_var::reference_to(variable(c))); return loop_end::going;
+    case VAR: new_local(c, base_var()); return loop_end::going;
+    case GETARG: {
+        base_var v;
+        args().take(v);
+        new_local(c, std::move(v));
+        return loop_end::going;
+    }
+    case CALL: return call_name(c, base);
+    case PUSHARG: args().add(operands.pop()); return loop_end::going;
+    case RET: return return_from();
+    case RETVAL: {
+        base_var v;
+        v.evaluate(operands.pop());
+        if (!v.is_valid())
+            fail_invalid(v);
+        return_value = std::move(v);
+        return loop_end::going;
+    }
+    case HALT: return loop_end::halted;
+    case TRAP: return loop_end::trapped;
+    case XRET: return loop_end::xret;
+
+    case AJMP:
+        check_jump(c);
+        jump(int_operand(c.operand_));
+        return loop_end::going;
+    case RJMP: jump(static_cast<long long>(ip) + int_operand(c.operand_)); return loop_end::going;
+    case AJZ: jump_if(c, true, 0); return loop_end::going;
+    case AJNZ: jump_if(c, false, 0); return loop_end::going;
+    case RJZ: jump_if(c, true, ip); return loop_end::going;
+    case RJNZ: jump_if(c, false, ip); return loop_end::going;
+
+    case OUTPUT: write_top(); return loop_end::going;
+    case NOT: push_valid(operands.pop().op_not()); return loop_end::going;
+    case NEG: push_valid(base_var(0) - operands.pop()); return loop_end::going;
+    case PLUS:
+    case MINUS:
+    case MUL:
+    case DIV:
+    case MOD:
+    case AND:
+    case OR: compute(c.type_); return loop_end::going;
+    case EVAL:
+    case EVPLUS:
+    case EVMINUS:
+    case EVMUL:
+    case EVDIV:
+    case EVMOD: assign(c.type_); return loop_end::going;
+    case EQ:
+    case NEQ:
+    case GE:
+    case LE:
+    case GT:
+    case LT: compare(c.type_); return loop_end::going;
+    }
+    if (c.type_ != no_code)
+        throw xrterror(err::internal, "invalid instruction.");
+    --ip;
+    throw xrterror(err::internal, "address outside the code.");
+}
+
+void machine_state::push_valid(base_var&& v)
+{
+    if (!v.is_valid())
+        fail_invalid(v);
+    operands.push(std::move(v));
+}
+
+void machine_state::compute(code_type type)
+{
+    const base_var b = operands.pop();
+    const base_var a = operands.pop();
+    switch (type) {
+    case PLUS: return push_valid(a + b);
+    case MINUS: return push_valid(a - b);
+    case MUL: return push_valid(a * b);
+    case DIV: return push_valid(a / b);
+    case MOD: return push_valid(a % b);
+    case AND: return push_valid(base_var::op_and(a, b));
+    default: return push_valid(base_var::op_or(a, b));
+    }
+}
+
+void machine_state::compare(code_type type)
+{
+    const base_var b = operands.pop();
+    const base_var a = operands.pop();
+    const base_var order = base_var::cmp(a, b);
+    if (!order.is_valid())
+        fail_invalid(order);
+    const int c = order.get_int();
+    bool is_true = false;
+    switch (type) {
+    case EQ: is_true = c == 0; break;
+    case NEQ: is_true = c != 0; break;
+    case GE: is_true = c >= 0; break;
+    case LE: is_true = c <= 0; break;
+    case GT: is_true = c > 0; break;
+    default: is_true = c < 0;
+    }
+    operands.push(base_var(is_true ? 1 : 0));
+}
+
+void machine_state::assign(code_type type)
+{
+    const base_var b = operands.pop();
+    base_var a = operands.pop();
+    switch (type) {
+    case EVAL: a.evaluate(b); break;
+    case EVPLUS: a += b; break;
+    case EVMINUS: a -= b; break;
+    case EVMUL: a *= b; break;
+    case EVDIV: a /= b; break;
+    default: a %= b;
+    }
+    push_valid(std::move(a));
+}
+
+// The value stays on the stack unless it is an error, or cannot be written.
+void machine_state::write_top()
+{
+    base_var v = operands.pop();
+    owner.output(v);
+    push_valid(std::move(v));
+}
+
+// Notes the target of an absolute jump when it is good: the loop then takes it
+// without a test. Code never becomes shorter while it stays.
+void machine_state::check_jump(xcode& c)
+{
+    const bool is_absolute = c.type_ == AJMP || c.type_ == AJZ || c.type_ == AJNZ;
+    if (!is_absolute || c.operand_.raw_type() != base_var::integer)
+        return;
+    const unsigned target = static_cast<unsigned>(c.operand_.get_int());
+    if (target >= static_cast<unsigned>(code_count()))
+        return;
+    c.found_.slot = target;
+    c.state_ = 1;
+}
+
+void machine_state::jump(long long addr)
+{
+    if (addr < 0 || addr >= code_count())
+        throw xrterror(err::internal, "address outside the code.");
+    ip = static_cast<int>(addr);
+}
+
+void machine_state::jump_if(xcode& c, bool when_zero, int origin)
+{
+    const base_var condition = operands.pop();
+    if (!condition.is_int())
+        throw xrterror(err::abnormal_cast, "must be int.");
+    check_jump(c);
+    if ((condition.get_int() == 0) == when_zero)
+        jump(static_cast<long long>(origin) + int_operand(c.operand_));
+}
+
+// ---- variables -------------------------------------------------------------
+
+// The slot of the name in an instruction, which remembers it; null when the
+// activation has none for it.
+xcontext::slot* machine_state::slot_of(xcode& c)
+{
+    const xcontext& context = *active();
+    if (c.state_ != context.layout_) {
+        const unsigned number = context.method_->number_local(name_operand(c.operand_));
+        if (number >= context.slot_count_)
+            return nullptr;
+        c.found_.slot = number;
+        c.state_ = context.layout_;
+    }
+    return &context.slots_[c.found_.slot];
+}
+
+base_var& machine_state::variable(xcode& c)
+{
+    const share_str& name = name_operand(c.operand_);
+    if (is_derived) {
+        base_var* const known = owner.get_var(name);
+        return known ? *known : declare(name, base_var());
+    }
+    xcontext::slot* const s = slot_of(c);
+    if (s && s->is_defined)
+        return s->value;
+    xmethod& of = *active()->method_;
+    if (base_var* const extra = s ? nullptr : active()->get_var(name))
+        return *extra;
+    xmethod::local_name& n = of.locals_[s ? c.found_.slot : of.number_local(name)];
+    if (n.global_state != field.state_) {
+        n.global = nullptr;
+        field.get_var(name, &n.global);
+        n.global_state = field.state_;
+    }
+    return n.global ? *n.global : new_local(c, base_var());
+}
+
+base_var& machine_state::new_local(xcode& c, base_var&& value)
+{
+    const share_str& name = name_operand(c.operand_);
+    xcontext::slot* const s = slot_of(c);
+    if (!s || s->is_defined)
+        return declare(name, std::move(value));
+    s->value = std::move(value);
+    s->is_defined = true;
+    return s->value;
+}
+
+base_var& machine_state::declare(const share_str& name, base_var&& value)
+{
+    const int r = owner.create_var(name, value);
+    if (r == err::duplicated_symbol)
+        throw xrterror(r, "duplicate variable xname: %s", name.c_str());
+    if (r < 0)
+        throw_status(r);
+    return *active()->get_var(name);
+}
+
+// ---- calls -----------------------------------------------------------------
+
+loop_end machine_state::call_name(xcode& c, unsigned base)
+{
+    const share_str& name = name_operand(c.operand_);
+    if (c.state_ != field.state_) {
+        c.found_.entry = field.find(name);
+        if (!c.found_.entry)
+            throw xrterror(err::undefined_symbol, "unevaluated method: %s", name.c_str());
+        c.state_ = field.state_;
+    }
+    const xfield::entry* const e = static_cast<const xfield::entry*>(c.found_.entry);
+    if (e->what == xfield::host_function)
+        return call_host(e->function, base);
+    if (e->what != xfield::procedure)
+        throw xrterror(err::unexpected, "name [%s] isn't a method, type: %d", name.c_str(), static_cast<int>(e->what));
+    enter(*e->proc, ip);
+    ip = e->proc->entry_;
+    return loop_end::going;
+}
+
+// The function may do anything to the machine, clear it included: then neither
+// the instruction nor the activation is there any more.
+loop_end machine_state::call_host(::method function, unsigned base)
+{
+    const unsigned epoch_before = epoch;
+    cycque<base_var>& arguments = args().as_queue();
+    base_var result;
+    {
+        const level_guard inner(*this);
+        // KEEP: the status is ignored; functions throw to end the run.
+        function(owner, result, arguments);
+    }
+    if (epoch != epoch_before || depth < base)
+        return loop_end::dropped;
+    operands.push(std::move(result));
+    return loop_end::going;
+}
+
+loop_end machine_state::return_from()
+{
+    const int back = active()->return_addr_;
+    if (back == xcontext::no_address)
+        return loop_end::halted;
+    leave();
+    if (back == xcontext::to_host) {
+        ip = code_count();
+        return loop_end::xret;
+    }
+    ip = back;
+    operands.push(base_var(return_value));
+    return loop_end::going;
+}
+
+int machine_state::call_method(xmethod& of, base_var& result, const cycque<base_var>& arguments)
+{
+    // Whatever happens, the host finds the machine as it was.
+    struct restore {
+        machine_state& s;
+        const unsigned epoch = s.epoch;
+        const unsigned depth = s.depth;
+        const int ip = s.ip;
+        const bool is_inside = s.is_inside;
+        explicit restore(machine_state& of_state) : s(of_state) {}
+        ~restore()
+        {
+            if (s.epoch != epoch)
+                return;
+            s.drop_contexts(depth);
+            s.ip = ip;
+            s.is_inside = is_inside;
+        }
+    };
+    const level_guard inner(*this);
+    const restore at_end(*this);
+    for (unsigned i = 0; i < arguments.count(); ++i)
+        args().add(base_var(arguments[i]));
+    enter(of, xcontext::to_host);
+    ip = of.entry_;
+    switch (execute<false>(depth)) {
+    case loop_end::halted: clear_runner(); return 0;
+    case loop_end::trapped: throw xtrap(owner.get_code(ip - 1));
+    default: break;
+    }
+    if (epoch == at_end.epoch)
+        result = return_value;
+    return 0;
+}
+
+// ---- doors -----------------------------------------------------------------
+
+// What ends an action becomes the status that the host gets.
+template <class ACTION>
+int machine_state::guarded(ACTION action)
+{
+    is_derived = typeid(owner) != typeid(xmachine);
+    try {
+        const int r = action();
+        last_error = r < 0 ? xrterror(r, "%s", get_err_info(r)) : xrterror();
+        return r;
+    } catch (const xhalt&) {
+        clear_runner();
+        last_error = xrterror();
+        return 0;
+    } catch (const xrterror& e) {
+        last_error = e;
+    } catch (const xcpt& e) {
+        last_error = xrterror(e.get_err(), "%s", e.what() ? e.what() : "");
+    } catch (const std::bad_alloc&) {
+        last_error = xrterror(err::out_of_memory, "%s", get_err_info(err::out_of_memory));
+    }
+    return last_error.get_err();
+}
+
+int machine_state::begin()
+{
+    static const char name[] = "__main__";
+    const xfield::entry* const e = field.find(name, sizeof name - 1);
+    if (!e || e->what != xfield::procedure)
+        throw xrterror(err::undefined_symbol, "can not find procedure __main__.");
+    enter(*e->proc, xcontext::no_address);
+    ip = e->proc->entry_;
+    is_inside = false;
+    return 0;
+}
+
+int machine_state::run_begin()
+{
+    return guarded([&] { return begin(); });
+}
+
+// Ends an action on the activations that `run` runs.
+int machine_state::end_run(loop_end end)
+{
+    last_end = end;
+    if (end == loop_end::halted)
+        clear_runner();
+    if (end != loop_end::dropped)
+        is_inside = false;
+    return 0;
+}
+
+int machine_state::run()
+{
+    return guarded([&] {
+        if (ip == no_ip)
+            begin();
+        return run_loop<false>();
+    });
+}
+
+int machine_state::step()
+{
+    last_end = loop_end::going;
+    if (ip == no_ip)
+        return err::unprepared;
+    return guarded([&] { return run_loop<true>(); });
+}
+
+template <bool one_step>
+int machine_state::run_loop()
+{
+    try {
+        return end_run(execute<one_step>(1));
+    } catch (const xtrap&) {
+        return end_run(loop_end::trapped);
+    } catch (const xret&) {
+        return end_run(loop_end::xret);
+    }
+}
+
+int machine_state::call(const share_str& name, base_var& result, cycque<base_var>& arguments)
+{
+    return guarded([&] {
+        const xfield::entry* const e = field.find(name);
+        if (!e)
+            throw xrterror(err::undefined_symbol, "unevaluated method: %s", name.c_str());
+        if (e->what == xfield::procedure)
+            return call_method(*e->proc, result, arguments);
+        if (e->what != xfield::host_function)
+            throw xrterror(err::unexpected, "name [%s] isn't a method, type: %d", name.c_str(), static_cast<int>(e->what));
+        const level_guard inner(*this);
+        result = base_var();
+        return e->function(owner, result, arguments);
+    });
+}
+
+} // namespace xpp
