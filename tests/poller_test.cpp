@@ -1,0 +1,714 @@
+// The three event loops: one suite for what they have in common, with the calls that each
+// event leads to as text, then what each does in its own way.
+#include "net_fixture.h"
+
+#include <stdkro/poller.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+std::string calls;
+
+/// A served socket that writes down what it is called for.
+struct client : fdbase {
+    std::string name;
+    Socket& socket;
+    int events = EV_READ;
+    int read_result = 0;
+    std::function<void()> on_read;
+
+    client(const char* n, Socket& s) : name(n), socket(s) {}
+    int get_events(int& wanted) override
+    {
+        wanted = events;
+        return get_fd();
+    }
+    int get_fd() override { return static_cast<int>(socket.get_socket()); }
+    int do_read() override
+    {
+        calls += name + ":read ";
+        if (on_read)
+            on_read();
+        return read_result;
+    }
+    int do_write() override
+    {
+        calls += name + ":write ";
+        return 0;
+    }
+    int do_error() override
+    {
+        calls += name + ":error ";
+        return 0;
+    }
+};
+
+const timeval at_once = { 0, 0 };
+const timeval long_time = { 20, 0 };
+
+double seconds_of(const std::function<void()>& run)
+{
+    const auto begin = clock_type::now();
+    run();
+    return std::chrono::duration<double>(clock_type::now() - begin).count();
+}
+
+} // namespace
+
+TEST(fdbase, dispatches_bits_in_order_until_one_is_negative)
+{
+    Socket none;
+    static const struct {
+        int events;
+        int read_result;
+        const char* calls;
+    } cases[] = {
+        { 0, 0, "" },
+        { EV_READ, 0, "c:read " },
+        { EV_WRITE, 0, "c:write " },
+        { EV_ERROR, 0, "c:error " },
+        { EV_READ | EV_WRITE | EV_ERROR, 0, "c:read c:write c:error " },
+        { EV_READ | EV_WRITE | EV_ERROR, -1, "c:read " },
+        { 8 | 16, 0, "" },
+    };
+    for (const auto& c : cases) {
+        client object("c", none);
+        object.read_result = c.read_result;
+        calls.clear();
+        object.dispatch_events(c.events);
+        EXPECT_EQ(c.calls, calls);
+    }
+    struct plain : fdbase {
+        int get_events(int&) override { return -1; }
+        int get_fd() override { return -1; }
+    } p;
+    EXPECT_EQ(0, p.do_read());
+    EXPECT_EQ(0, p.do_write());
+    EXPECT_EQ(0, p.do_error());
+    EXPECT_EQ(0, exec_object().exec());
+}
+
+TEST(fdset, hands_out_the_slot_that_was_freed_last)
+{
+    Socket none;
+    client a("a", none);
+    fdset set(4);
+    EXPECT_EQ(4u, set.capacity());
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(i, set.add(a));
+    EXPECT_EQ(-1, set.add(a));
+    EXPECT_EQ(0, set.remove(1));
+    EXPECT_EQ(0, set.remove(3));
+    EXPECT_EQ(-1, set.remove(3));
+    EXPECT_EQ(-1, set.remove(-1));
+    EXPECT_EQ(-1, set.remove(4));
+    EXPECT_EQ(2u, set.count());
+    EXPECT_EQ(nullptr, set.get(3));
+    EXPECT_EQ(3, set.add(a));
+    EXPECT_EQ(1, set.add(a));
+    client b("b", none);
+    set.set(2, &b);
+    EXPECT_EQ(&b, set.get(2));
+}
+
+TEST(fdset, grows_and_is_emptied)
+{
+    Socket none;
+    client a("a", none);
+    fdset set;
+    EXPECT_EQ(-1, set.add(a));
+    EXPECT_EQ(-1, set.create(0));
+    EXPECT_EQ(0, set.create(2));
+    set.add(a);
+    set.add(a);
+    EXPECT_EQ(0, set.expand(2));
+    EXPECT_EQ(0, set.expand(1));
+    EXPECT_EQ(2u, set.capacity());
+    EXPECT_EQ(0, set.remove(0));
+    EXPECT_EQ(0, set.expand(4));
+    EXPECT_EQ(0, set.add(a)) << "freed slots come before new ones";
+    EXPECT_EQ(2, set.add(a));
+    EXPECT_EQ(3, set.add(a));
+    set.reset();
+    EXPECT_EQ(4u, set.capacity());
+    EXPECT_EQ(0u, set.count());
+    EXPECT_EQ(0, set.add(a));
+    EXPECT_EQ(-1, set.expand(0x80000000u)) << "too large";
+    EXPECT_EQ(&a, set.get(0));
+    set.clear();
+    EXPECT_EQ(0u, set.capacity());
+}
+
+TEST(fdset, deletes_its_objects_only_when_told)
+{
+    static int deaths;
+    struct mortal : client {
+        using client::client;
+        ~mortal() override { ++deaths; }
+    };
+    Socket none;
+    deaths = 0;
+    fdset set(3);
+    set.add(*new mortal("a", none));
+    set.add(*new mortal("b", none));
+    set.destroy();
+    EXPECT_EQ(2, deaths);
+    EXPECT_EQ(0u, set.capacity());
+}
+
+// ---- what the three loops have in common ------------------------------------------
+
+template <class loop> struct common : testing::Test { };
+using loops = testing::Types<selector, poller, epoller>;
+TYPED_TEST_SUITE(common, loops);
+
+TYPED_TEST(common, begins_empty_and_takes_as_many_as_it_was_made_for)
+{
+    socket_pair p;
+    client c("c", p.here);
+    TypeParam none(0);
+    EXPECT_LT(none.add(c, EV_READ), 0);
+    EXPECT_EQ(0u, none.capacity());
+    EXPECT_LT(none.create(0), 0);
+    TypeParam loop(2);
+    EXPECT_EQ(2u, loop.capacity());
+    EXPECT_EQ(0, loop.add(c, EV_READ));
+    EXPECT_EQ(&c, loop.get(0));
+    EXPECT_EQ(nullptr, loop.get(1));
+    EXPECT_EQ(nullptr, loop.get(-1));
+    EXPECT_EQ(nullptr, loop.get(2));
+    EXPECT_EQ(1u, loop.count());
+    EXPECT_EQ(0, loop.remove(0));
+    EXPECT_LT(loop.remove(0), 0);
+    EXPECT_LT(loop.remove(7), 0);
+    EXPECT_LT(loop.set_events(0, EV_READ), 0);
+    EXPECT_EQ(1024u, TypeParam().capacity());
+}
+
+TYPED_TEST(common, calls_what_is_ready)
+{
+    socket_pair p[3];
+    client a("a", p[0].here);
+    client b("b", p[1].here);
+    client c("c", p[2].here);
+    TypeParam loop(8);
+    loop.add(a, EV_READ);
+    loop.add(b, EV_READ);
+    loop.add(c, EV_WRITE);
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(&at_once));
+    EXPECT_EQ("c:write ", calls);
+    EXPECT_EQ(0, loop.set_events(2, EV_READ));
+    EXPECT_EQ(0, loop.wait(&at_once));
+    p[1].there.send("x", 1);
+    p[0].there.send("x", 1);
+    for (auto& pair : p)
+        if (&pair != &p[2])
+            pair.here.select(1, nullptr);
+    calls.clear();
+    EXPECT_EQ(2, loop.wait(nullptr));
+    EXPECT_EQ("a:read b:read ", calls);
+    EXPECT_EQ(0, loop.remove(0));
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("b:read ", calls);
+}
+
+TYPED_TEST(common, counts_each_condition_of_a_socket)
+{
+    socket_pair p;
+    client a("a", p.here);
+    TypeParam loop(2);
+    loop.add(a, EV_READ | EV_WRITE);
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    calls.clear();
+    const int n = loop.wait(nullptr);
+    EXPECT_EQ("a:read a:write ", calls);
+    const bool counts_records = std::is_same<TypeParam, epoller>::value;
+    EXPECT_EQ(counts_records ? 1 : 2, n);
+}
+
+TYPED_TEST(common, waits_for_its_time_limit)
+{
+    socket_pair p;
+    client a("a", p.here);
+    TypeParam loop(2);
+    loop.add(a, EV_READ);
+    const timeval limit = { 1, 0 };
+    const double waited = seconds_of([&] { EXPECT_EQ(0, loop.wait(&limit)); });
+    EXPECT_GE(waited, 0.99);
+    EXPECT_LT(waited, 5);
+    EXPECT_EQ(1, limit.tv_sec);
+    const timeval negative = { -5, 0 };
+    EXPECT_LT(seconds_of([&] { EXPECT_EQ(0, loop.wait(&negative)); }), 0.5);
+}
+
+TYPED_TEST(common, asks_its_objects_again)
+{
+    socket_pair p;
+    socket_pair q;
+    client a("a", p.here);
+    TypeParam loop(2);
+    loop.add(a, EV_READ);
+    a.events = EV_WRITE;
+    loop.refresh();
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(&at_once));
+    EXPECT_EQ("a:write ", calls);
+}
+
+TYPED_TEST(common, lets_handlers_remove_others)
+{
+    socket_pair p[2];
+    client a("a", p[0].here);
+    client b("b", p[1].here);
+    TypeParam loop(4);
+    loop.add(a, EV_READ);
+    const int second = loop.add(b, EV_READ);
+    a.on_read = [&] { loop.remove(second); };
+    for (auto& pair : p) {
+        pair.there.send("x", 1);
+        pair.here.select(1, nullptr);
+    }
+    calls.clear();
+    EXPECT_EQ(2, loop.wait(nullptr));
+    EXPECT_EQ("a:read ", calls);
+}
+
+TYPED_TEST(common, lets_handlers_add_grow_and_empty)
+{
+    socket_pair p[3];
+    client a("a", p[0].here);
+    client b("b", p[1].here);
+    client c("c", p[2].here);
+    for (auto& pair : p) {
+        pair.there.send("x", 1);
+        pair.here.select(1, nullptr);
+    }
+    {
+        TypeParam loop(2);
+        loop.add(a, EV_READ);
+        loop.add(b, EV_READ);
+        a.on_read = [&] {
+            loop.expand(100);
+            EXPECT_EQ(2, loop.add(c, EV_READ));
+        };
+        calls.clear();
+        EXPECT_EQ(2, loop.wait(nullptr));
+        EXPECT_EQ("a:read b:read ", calls);
+    }
+    {
+        TypeParam loop(2);
+        loop.add(a, EV_READ);
+        loop.add(b, EV_READ);
+        a.on_read = [&] { loop.clear(); };
+        calls.clear();
+        EXPECT_EQ(2, loop.wait(nullptr));
+        EXPECT_EQ("a:read ", calls);
+        EXPECT_EQ(0u, loop.count());
+    }
+}
+
+TYPED_TEST(common, fails_when_a_watched_socket_is_closed)
+{
+    socket_pair p;
+    socket_pair q;
+    client a("a", p.here);
+    client b("b", q.here);
+    TypeParam loop(4);
+    loop.add(a, EV_READ);
+    loop.add(b, EV_READ);
+    EXPECT_EQ(0, loop.wait(&at_once));
+    q.there.send("x", 1);
+    q.here.select(1, nullptr);
+    Socket(p.here.get_socket()).close();
+    EXPECT_LT(loop.wait(nullptr), 0);
+    p.here.detach();
+}
+
+TYPED_TEST(common, reports_a_hang_up_to_readers_only)
+{
+    socket_pair p;
+    client a("a", p.here);
+    TypeParam loop(2);
+    const int index = loop.add(a, EV_ERROR);
+    p.there.close();
+    p.here.select(1, nullptr);
+    calls.clear();
+    const timeval limit = { 1, 0 };
+    EXPECT_EQ(0, loop.wait(&limit)) << "nobody asked for it";
+    loop.set_events(index, EV_READ);
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("a:read ", calls);
+}
+
+TYPED_TEST(common, is_woken_from_another_thread)
+{
+    socket_pair p;
+    client a("a", p.here);
+    TypeParam loop(2);
+    loop.add(a, EV_READ);
+    EXPECT_EQ(0, loop.wake());
+    EXPECT_LT(seconds_of([&] { EXPECT_EQ(0, loop.wait(&long_time)); }), 10) << "the next wait";
+    EXPECT_EQ(0, loop.wait(&at_once)) << "once";
+    std::thread other([&] { loop.wake(); });
+    EXPECT_LT(seconds_of([&] { EXPECT_EQ(0, loop.wait(&long_time)); }), 10);
+    other.join();
+    EXPECT_LT(TypeParam(0).wake(), 0);
+}
+
+TYPED_TEST(common, destroys_its_objects_only_when_told)
+{
+    static int deaths;
+    struct mortal : client {
+        using client::client;
+        ~mortal() override { ++deaths; }
+    };
+    deaths = 0;
+    socket_pair p;
+    TypeParam loop(2);
+    loop.add(*new mortal("m", p.here), EV_READ);
+    loop.destroy();
+    EXPECT_EQ(1, deaths);
+    EXPECT_EQ(0u, loop.capacity());
+    EXPECT_EQ(0, loop.create(3));
+    EXPECT_EQ(3u, loop.capacity());
+}
+
+TYPED_TEST(common, serves_many_sockets_in_slot_order)
+{
+    const int many = 60;
+    std::vector<std::unique_ptr<socket_pair>> pairs;
+    std::vector<std::unique_ptr<client>> clients;
+    TypeParam loop(many);
+    std::string expected;
+    for (int i = 0; i < many; ++i) {
+        pairs.emplace_back(new socket_pair);
+        clients.emplace_back(new client(std::to_string(i).c_str(), pairs.back()->here));
+        ASSERT_EQ(i, loop.add(*clients.back(), EV_READ));
+    }
+    for (int i = 0; i < many; i += 7) {
+        pairs[static_cast<unsigned>(i)]->there.send("x", 1);
+        pairs[static_cast<unsigned>(i)]->here.select(1, nullptr);
+        expected += std::to_string(i) + ":read ";
+    }
+    calls.clear();
+    EXPECT_EQ(9, loop.wait(nullptr));
+    EXPECT_EQ(expected, calls);
+}
+
+// ---- selector --------------------------------------------------------------------
+
+namespace {
+
+void count_call(void* counter) { ++*static_cast<int*>(counter); }
+
+} // namespace
+
+TEST(selector, without_interest_sleeps_between_its_callbacks)
+{
+    selector loop(2);
+    int before = 0;
+    int after = 0;
+    loop.set_before_poll_cb(count_call, &before);
+    loop.set_after_poll_cb(count_call, &after);
+    const double ten = seconds_of([&] { EXPECT_EQ(0, loop.wait(nullptr)); });
+    EXPECT_GE(ten, 0.005);
+    EXPECT_LT(ten, 5);
+    const timeval limit = { 0, 50000 };
+    EXPECT_GE(seconds_of([&] { EXPECT_EQ(0, loop.wait(&limit)); }), 0.045);
+    EXPECT_EQ(2, before);
+    EXPECT_EQ(2, after);
+    loop.wake();
+    EXPECT_LT(seconds_of([&] { EXPECT_EQ(0, loop.wait(&long_time)); }), 10);
+}
+
+// The sets are copied before the callback.
+TEST(selector, watches_what_its_before_callback_adds_from_the_next_wait_on)
+{
+    struct late {
+        selector loop { 4 };
+        socket_pair p[2];
+        client a { "a", p[0].here };
+        client b { "b", p[1].here };
+        int b_index = -1;
+
+        static void add_b(void* self)
+        {
+            late& l = *static_cast<late*>(self);
+            if (l.b_index < 0)
+                l.b_index = l.loop.add(l.b, EV_WRITE);
+        }
+        static void empty(void* self) { static_cast<late*>(self)->loop.clear(); }
+    } l;
+    l.loop.add(l.a, EV_WRITE);
+    l.loop.set_before_poll_cb(late::add_b, &l);
+    calls.clear();
+    EXPECT_EQ(1, l.loop.wait(&at_once));
+    EXPECT_EQ("a:write ", calls);
+    EXPECT_EQ(1, l.b_index);
+    EXPECT_EQ(2, l.loop.wait(&at_once));
+    EXPECT_EQ("a:write a:write b:write ", calls);
+
+    l.loop.set_before_poll_cb(late::empty, &l);
+    EXPECT_EQ(0, l.loop.wait(&at_once)) << "emptied before the wait";
+    EXPECT_EQ("a:write a:write b:write ", calls);
+}
+
+TEST(selector, makes_three_separate_passes)
+{
+    socket_pair p[2];
+    client a("a", p[0].here);
+    client b("b", p[1].here);
+    a.read_result = -1;
+    selector loop(2);
+    loop.add(a, EV_READ | EV_WRITE);
+    loop.add(b, EV_READ | EV_WRITE);
+    for (auto& pair : p) {
+        pair.there.send("x", 1);
+        pair.here.select(1, nullptr);
+    }
+    calls.clear();
+    EXPECT_EQ(4, loop.wait(nullptr));
+    EXPECT_EQ("a:read b:read a:write b:write ", calls) << "a negative result changes nothing";
+}
+
+TEST(selector, only_stores_its_exec_object)
+{
+    struct counter : exec_object {
+        int calls = 0;
+        int exec() override { return ++calls; }
+    } exec;
+    socket_pair p;
+    client a("a", p.here);
+    selector loop(2);
+    EXPECT_EQ(nullptr, loop.get_exec_object());
+    loop.set_exec_object(&exec);
+    EXPECT_EQ(&exec, loop.get_exec_object());
+    loop.add(a, EV_WRITE);
+    loop.wait(nullptr);
+    EXPECT_EQ(0, exec.calls);
+}
+
+TEST(selector, takes_a_descriptor_out_for_everybody)
+{
+    socket_pair p;
+    client a("a", p.here);
+    client b("b", p.here);
+    selector loop(4);
+    loop.add(a, EV_WRITE);
+    const int second = loop.add(b, EV_WRITE);
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(&at_once)) << "one descriptor";
+    EXPECT_EQ("a:write ", calls) << "a pass ends after n calls";
+    loop.remove(second);
+    // The set is empty, but two had asked and one was taken out: the interest stays.
+    EXPECT_LT(loop.wait(&at_once), 0);
+}
+
+TEST(selector, reports_missing_memory_by_its_own_code)
+{
+    selector loop(2);
+    EXPECT_EQ(err::out_of_memory, loop.expand(0xFFFFFFFFu));
+    EXPECT_EQ(2u, loop.capacity());
+}
+
+// ---- poller ----------------------------------------------------------------------
+
+TEST(poller, dispatches_every_object_also_with_0)
+{
+    struct watcher : client {
+        using client::client;
+        void dispatch_events(int ready) override { calls += name + ":" + std::to_string(ready) + " "; }
+    };
+    socket_pair p[2];
+    Socket none;
+    watcher a("a", p[0].here);
+    watcher b("b", p[1].here);
+    watcher c("c", none);
+    poller loop(4);
+    loop.add(a, EV_READ);
+    loop.add(b, EV_WRITE);
+    loop.add(c, EV_READ);
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("a:0 b:2 ", calls) << "an object without a descriptor is passed over";
+    loop.set_events(1, EV_READ);
+    calls.clear();
+    EXPECT_EQ(0, loop.wait(&at_once));
+    EXPECT_EQ("", calls);
+}
+
+TEST(poller, with_nothing_to_wait_for_fails_at_once)
+{
+    poller loop(2);
+    int waited = 0;
+    loop.setwaitcallback(count_call, &waited);
+    EXPECT_EQ(-1, loop.wait(nullptr));
+    EXPECT_EQ(1, waited);
+    socket_pair p;
+    client a("a", p.here);
+    loop.add(a, 0);
+    EXPECT_EQ(-1, loop.wait(nullptr));
+    loop.clear();
+    EXPECT_EQ(-1, loop.wait(nullptr)) << "without records too";
+    EXPECT_EQ(3, waited);
+}
+
+TEST(poller, tells_all_objects_of_one_descriptor)
+{
+    socket_pair p;
+    client a("a", p.here);
+    client b("b", p.here);
+    poller loop(2);
+    loop.add(a, EV_WRITE);
+    loop.add(b, EV_READ);
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("a:write b:write ", calls);
+}
+
+TEST(poller, stops_at_a_negative_result)
+{
+    socket_pair p;
+    client a("a", p.here);
+    a.read_result = -1;
+    poller loop(2);
+    loop.add(a, EV_READ | EV_WRITE);
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    calls.clear();
+    EXPECT_EQ(2, loop.wait(nullptr));
+    EXPECT_EQ("a:read ", calls);
+}
+
+TEST(poller, waits_for_fractions_of_a_second)
+{
+    socket_pair p;
+    client a("a", p.here);
+    poller loop(2);
+    loop.add(a, EV_READ);
+    const timeval limit = { 0, 300000 };
+    const double waited = seconds_of([&] { EXPECT_EQ(0, loop.wait(&limit)); });
+    EXPECT_GE(waited, 0.29);
+    EXPECT_LT(waited, 5);
+}
+
+// ---- epoller ---------------------------------------------------------------------
+
+TEST(epoller, counts_the_fraction_of_a_second_in_microseconds)
+{
+    socket_pair p;
+    client a("a", p.here);
+    epoller loop(2);
+    loop.add(a, EV_READ);
+    const timeval limit = { 0, 900000 };
+    EXPECT_LT(seconds_of([&] { EXPECT_EQ(0, loop.wait(&limit)); }), 0.5);
+}
+
+TEST(epoller, never_gives_an_object_the_slot_it_has_just_left)
+{
+    socket_pair p;
+    client a("a", p.here);
+    client b("b", p.here);
+    epoller loop(4);
+    EXPECT_EQ(0, loop.add(a, EV_READ));
+    loop.remove(0);
+    EXPECT_EQ(1, loop.add(a, EV_READ));
+    EXPECT_EQ(1u, loop.count());
+    EXPECT_EQ(0, loop.add(b, EV_READ)) << "others may have it";
+    epoller full(1);
+    EXPECT_EQ(0, full.add(a, EV_READ));
+    full.remove(0);
+    EXPECT_EQ(0, full.add(a, EV_READ)) << "when there is no other";
+}
+
+TEST(epoller, runs_its_exec_object_behind_every_served_object)
+{
+    struct counter : exec_object {
+        int exec() override
+        {
+            calls += "exec ";
+            return -1;
+        }
+    } exec;
+    socket_pair p[2];
+    client a("a", p[0].here);
+    client b("b", p[1].here);
+    epoller loop(4);
+    loop.set_exec_object(&exec);
+    EXPECT_EQ(&exec, loop.get_exec_object());
+    loop.add(a, EV_WRITE);
+    loop.add(b, EV_READ | EV_WRITE);
+    b.read_result = -1;
+    p[1].there.send("x", 1);
+    p[1].here.select(1, nullptr);
+    calls.clear();
+    EXPECT_EQ(2, loop.wait(nullptr));
+    EXPECT_EQ("a:write exec b:read ", calls) << "not behind one that failed";
+}
+
+TEST(epoller, exists_ten_times_at_most)
+{
+    std::vector<std::unique_ptr<epoller>> ten;
+    for (int i = 0; i < 10; ++i) {
+        ten.emplace_back(new epoller(1));
+        ASSERT_EQ(1u, ten.back()->capacity());
+    }
+    epoller eleventh(0);
+    EXPECT_EQ(-1, eleventh.create(1));
+    EXPECT_EQ(0u, eleventh.capacity());
+    ten.pop_back();
+    EXPECT_EQ(0, eleventh.create(1));
+}
+
+TEST(epoller, does_not_watch_what_lies_beyond_its_first_size)
+{
+    socket_pair p[2];
+    client a("a", p[0].here);
+    client b("b", p[1].here);
+    epoller loop(1);
+    loop.add(a, EV_WRITE);
+    EXPECT_EQ(0, loop.expand(2));
+    EXPECT_EQ(1, loop.add(b, EV_WRITE));
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("a:write ", calls);
+}
+
+TEST(epoller, removing_after_closing_leaves_the_others_alone)
+{
+    socket_pair p;
+    socket_pair q;
+    client a("a", p.here);
+    client b("b", q.here);
+    epoller loop(4);
+    const int first = loop.add(a, EV_READ);
+    loop.add(b, EV_WRITE);
+    p.here.close();
+    EXPECT_EQ(0, loop.remove(first));
+    EXPECT_EQ(&b, loop.get(1));
+    EXPECT_LT(loop.wait(&at_once), 0) << "the closed descriptor is still in the list";
+}
+
+TEST(epoller, calls_its_callbacks_around_the_wait)
+{
+    epoller loop(1);
+    int before = 0;
+    int after = 0;
+    loop.set_before_poll_cb(count_call, &before);
+    loop.set_after_poll_cb(count_call, &after);
+    EXPECT_EQ(-1, loop.wait(nullptr)) << "nothing to wait for";
+    EXPECT_EQ(1, before);
+    EXPECT_EQ(1, after);
+}
