@@ -1,0 +1,99 @@
+// kro logd: receives what UDP sinks send, and shows it with time and sender.
+#include "commands.h"
+#include "files.h"
+#include "sockets.h"
+
+#include <stdkro/socket.h>
+#include <stdkro/xcpt.h>
+
+#include <cstdio>
+#include <ctime>
+#include <memory>
+
+namespace {
+
+struct file_closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+// Shows the lines of one datagram. What could steer a terminal becomes "?".
+void show(std::FILE* to, const char* time, const char* sender, const std::string& text)
+{
+    std::size_t begin = 0;
+    do {
+        const std::size_t end = text.find('\n', begin);
+        std::string line = text.substr(begin, end - begin);
+        for (char& c : line)
+            if (static_cast<unsigned char>(c) < ' ' && c != '\t')
+                c = '?';
+        std::fprintf(to, "%s %s %s\n", time, sender, line.c_str());
+        begin = end == std::string::npos ? text.size() : end + 1;
+    } while (begin < text.size());
+    std::fflush(to);
+}
+
+// Ends after `most` datagrams, or when receiving fails again and again. A single failure
+// may tell that an earlier sender has gone.
+int receive(Socket& receiver, std::FILE* file, int most)
+{
+    std::vector<char> datagram(65536);
+    int failures = 0;
+    for (int received = 0; most == 0 || received < most;) {
+        SockAddr sender;
+        const int n = receiver.recv_from(&sender, datagram.data(), static_cast<unsigned>(datagram.size()));
+        if (n < 0) {
+            if (++failures == 100)
+                return report_error(err::receive);
+            continue;
+        }
+        failures = 0;
+        ++received;
+        char time[24];
+        print_time(time, static_cast<long>(std::time(nullptr)));
+        const std::string text(datagram.data(), static_cast<std::size_t>(n));
+        const share_str from = sender.get_addr();
+        show(stdout, time, from.c_str(), text);
+        if (file)
+            show(file, time, from.c_str(), text);
+    }
+    return exit_success;
+}
+
+} // namespace
+
+int logd_command(const arguments& words)
+{
+    int port = 7906, most = 0; // 0: all
+    std::string host = "127.0.0.1", out;
+    for (std::size_t i = 0; i < words.size(); i += 2) {
+        if (words[i] != "--port" && words[i] != "--out" && words[i] != "--host" && words[i] != "--count")
+            throw usage_error { "'" + words[i] + "' is not expected" };
+        if (i + 1 == words.size())
+            throw usage_error { "'" + words[i] + "' wants a word behind it" };
+        const std::string& value = words[i + 1];
+        if (words[i] == "--port" && !read_port(value, port))
+            throw usage_error { "'" + value + "' is no port" };
+        if (words[i] == "--count" && (!read_port(value, most) || most == 0))
+            throw usage_error { "'" + value + "' is no count" };
+        if (words[i] == "--out")
+            out = value;
+        if (words[i] == "--host")
+            host = value;
+    }
+    std::unique_ptr<std::FILE, file_closer> file(out.empty() ? nullptr : std::fopen(out.c_str(), "a"));
+    if (!out.empty() && !file)
+        return report_error_in(out, err::file_system);
+
+    start_sockets();
+    Socket receiver;
+    SockAddr address(host.c_str(), static_cast<unsigned short>(port));
+    int r = receiver.create(2, 2, 0);
+    if (r >= 0)
+        r = receiver.bind(address);
+    if (r >= 0)
+        r = receiver.getself(address);
+    if (r < 0)
+        return report_error_in(host + ":" + std::to_string(port), r);
+    std::fprintf(stderr, "listening on %s\n", address.get_addr().c_str());
+    return receive(receiver, file.get(), most);
+}

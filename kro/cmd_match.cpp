@@ -1,0 +1,35 @@
+// kro match: which texts a pattern accepts.
+#include "commands.h"
+#include "patterns.h"
+
+#include <stdkro/xcpt.h>
+
+#include <cstdio>
+
+namespace {
+
+int match_all(const arguments& words)
+{
+    rnfa pattern;
+    add_whole_rule(pattern, words[0], 0);
+    bool all = true;
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        const bool accepted = pattern.match(words[i].data(), words[i].data() + words[i].size());
+        std::printf("%-3s  %s\n", accepted ? "yes" : "no", words[i].c_str());
+        all = all && accepted;
+    }
+    return all ? exit_success : exit_failure;
+}
+
+} // namespace
+
+int match_command(const arguments& words)
+{
+    if (words.size() < 2)
+        throw usage_error { words.empty() ? "a pattern is missing" : "a text is missing" };
+    try {
+        return match_all(words);
+    } catch (const xcpt& e) {
+        return report_error(e.get_err(), e.what());
+    }
+}

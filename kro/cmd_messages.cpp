@@ -1,0 +1,136 @@
+// kro messages: checks a language file and lists its numbered messages.
+//
+// `log_table` stops at the first mistake and has no lines; this reads the events of
+// the file, finds all mistakes, and lists what a table would hold.
+#include "commands.h"
+#include "files.h"
+
+#include <stdkro/logger.h>
+#include <stdkro/str.h>
+#include <stdkro/xcpt.h>
+#include <stdkro/xml_doc.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+class language_checker : public xml_handler {
+public:
+    explicit language_checker(const std::string& path) : path_(path) {}
+
+    bool has_problem() const { return has_problem_; }
+
+    int onBeginNode(const share_str& name, attributes& attrs) override
+    {
+        const int depth = depth_++;
+        if (depth == 0)
+            is_container_ = attrs.find_attr("language") != nullptr;
+        const int block_depth = is_container_ ? 1 : 0;
+        if (depth == block_depth && (depth == 0 || name == "lang"))
+            begin_block(attrs);
+        else if (depth == block_depth + 1 && in_block_)
+            child(name, attrs);
+        return 0;
+    }
+
+    int onEndNode(xml_node_t) override
+    {
+        --depth_;
+        if (in_block_ && depth_ == (is_container_ ? 1 : 0))
+            end_block();
+        return 0;
+    }
+
+    void onError(int code, const char* message) override
+    {
+        report_error_at(path_, get_reader()->get_line(), code, message);
+        has_problem_ = true;
+    }
+
+    int onEndDocument() override
+    {
+        if (blocks_ == 0)
+            problem("there is no language block");
+        return 0;
+    }
+
+private:
+    void begin_block(const attributes& attrs)
+    {
+        in_block_ = true;
+        ++blocks_;
+        children_ = 0;
+        number_ = 0;
+        const share_str language = attrs.read("langid", "");
+        if (!attrs.find_attr("langid"))
+            problem("a language block needs the attribute langid");
+        else if (is_container_ && language != "english" && language != "chinese")
+            problem("langid is neither english nor chinese: nobody takes this block");
+        std::printf("%s\n", language.c_str());
+    }
+
+    void child(const share_str& name, const attributes& attrs)
+    {
+        ++children_;
+        is_last_message_ = name == "log";
+        if (!is_last_message_)
+            return;
+        ++number_;
+        const share_str type = attrs.read("type", "");
+        const share_str text = attrs.read("fmt", "");
+        const std::string place = "message " + std::to_string(number_);
+        if (attrs.find_attr("id") && attrs.read("id", -1) != number_)
+            problem(place + " has the id " + attrs.read("id", "").c_str());
+        if (read_level(type.c_str()) == lv_none)
+            problem(place + " has no level: type is '" + type.c_str() + "'");
+        if (text.isempty())
+            problem(place + " has no fmt");
+        else if (std::strstr(text.c_str(), "%n"))
+            problem(place + " holds %n and is not used");
+        std::printf("%5d %-6s %s\n", number_, type.c_str(), str::write_quote(text.c_str()).c_str());
+    }
+
+    void end_block()
+    {
+        in_block_ = false;
+        if (children_ == 0)
+            problem("the language block is empty");
+        else if (is_last_message_ && number_ == children_)
+            problem("message " + std::to_string(number_) + " is out of reach: end the block with another element");
+    }
+
+    void problem(const std::string& text)
+    {
+        has_problem_ = true;
+        std::fflush(stdout);
+        std::fprintf(stderr, "%s:%d: %s\n", path_.c_str(), get_reader()->get_line(), text.c_str());
+    }
+
+    const std::string path_;
+    bool has_problem_ = false;
+    bool is_container_ = false; // of one block for each language
+    bool in_block_ = false;
+    bool is_last_message_ = false;
+    int depth_ = 0;
+    int blocks_ = 0;
+    int children_ = 0;
+    int number_ = 0;
+};
+
+} // namespace
+
+int messages_command(const arguments& words)
+{
+    if (words.size() != 1)
+        throw usage_error { words.empty() ? "a file is missing" : "'" + words[1] + "' is not expected" };
+    std::string text;
+    const int opened = read_whole_file(words[0], text);
+    if (opened < 0)
+        return report_error_in(words[0], opened);
+    xml_reader in;
+    in.load_string(text.data(), text.data() + text.size(), false);
+    language_checker checker(words[0]);
+    const int r = in.read_doc(&checker);
+    return r < 0 || checker.has_problem() ? exit_failure : exit_success;
+}

@@ -1,0 +1,173 @@
+// kro proc: runs a program as the library does.
+#include "commands.h"
+
+#include <stdkro/process.h>
+#include <stdkro/thread.h>
+#include <stdkro/xcpt.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+// What to run: the application and its whole command line.
+struct program {
+    std::string application;
+    std::string command_line;
+};
+
+bool is_separator(char c) { return c == ' ' || c == '\t'; }
+
+// The file name that begins a command line: quotes keep blanks together.
+std::string first_word(const std::string& line)
+{
+    std::string word;
+    bool quoted = false;
+    for (char c : line) {
+        if (is_separator(c) && !quoted)
+            break;
+        if (c == '"')
+            quoted = !quoted;
+        else
+            word += c;
+    }
+    return word;
+}
+
+// A word as a command line takes it: quotes, and the backslashes before them, escaped.
+std::string quoted_word(const std::string& word)
+{
+    std::string text = "\"";
+    std::size_t backslashes = 0;
+    for (char c : word) {
+        if (c == '"')
+            text.append(backslashes + 1, '\\');
+        backslashes = c == '\\' ? backslashes + 1 : 0;
+        text += c;
+    }
+    return text.append(backslashes, '\\') + '"';
+}
+
+// One word is a whole command line, several are its words.
+program read_program(const arguments& words, std::size_t first)
+{
+    if (first >= words.size() || words[first].empty())
+        throw usage_error { "a command line is missing" };
+    if (words.size() == first + 1)
+        return { first_word(words[first]), words[first] };
+    if (words[first].find('"') != std::string::npos)
+        throw usage_error { "a program's name has no quotes" };
+    program p = { words[first], '"' + words[first] + '"' };
+    for (std::size_t i = first + 1; i < words.size(); ++i)
+        p.command_line += ' ' + quoted_word(words[i]);
+    return p;
+}
+
+int report_system_error(int code)
+{
+    const std::string number = std::to_string(last_system_error());
+    return report_error(code, (get_err_info(code) + (" (system error " + number + ")")).c_str());
+}
+
+// Gives the child a file to read; a child that does not want it all is its own affair.
+void feed(std::FILE* file, std::FILE* child)
+{
+    char block[1 << 16];
+    std::size_t n;
+    while ((n = std::fread(block, 1, sizeof block, file)) > 0 && std::fwrite(block, 1, n, child) == n) {
+    }
+}
+
+int run_with_input(const program& p, const char* directory, const std::string& path)
+{
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file)
+        return report_error(err::file_system, (path + ": " + get_err_info(err::file_system)).c_str());
+    process child;
+    std::FILE* input = child.start(p.application.c_str(), directory, p.command_line.c_str(), "wb", false);
+    if (input) {
+        feed(file, input);
+        std::fclose(input);
+    }
+    std::fclose(file);
+    return input ? child.wait_done() : report_system_error(err::execute_process);
+}
+
+int run_program(const program& p, const char* directory)
+{
+    process child;
+    if (!child.start(p.application.c_str(), directory, p.command_line.c_str()))
+        return report_system_error(err::execute_process);
+    return child.wait_done();
+}
+
+const std::string& value_of(const arguments& words, std::size_t option)
+{
+    if (option + 1 >= words.size())
+        throw usage_error { "'" + words[option] + "' wants a value" };
+    return words[option + 1];
+}
+
+int run(const arguments& words)
+{
+    std::string directory, input;
+    std::size_t i = 1;
+    for (; i < words.size() && words[i].compare(0, 2, "--") == 0; i += 2) {
+        if (words[i] == "--dir")
+            directory = value_of(words, i);
+        else if (words[i] == "--in")
+            input = value_of(words, i);
+        else
+            throw usage_error { "'" + words[i] + "' is not expected" };
+    }
+    const program p = read_program(words, i);
+    std::fflush(stdout);
+    return input.empty() ? run_program(p, directory.c_str()) : run_with_input(p, directory.c_str(), input);
+}
+
+// One run with its output thrown away: its exit code, or -1 when it did not start.
+int run_silently(const program& p)
+{
+    process child;
+    std::FILE* output = child.start(p.application.c_str(), nullptr, p.command_line.c_str(), "rb", false);
+    if (!output)
+        return -1;
+    char block[1 << 16];
+    while (std::fread(block, 1, sizeof block, output) > 0) {
+    }
+    std::fclose(output);
+    return child.wait_done();
+}
+
+int time(const arguments& words)
+{
+    constexpr std::size_t runs = 9;
+    const program p = read_program(words, 1);
+    std::vector<double> spans;
+    timer watch;
+    for (std::size_t i = 0; i < runs; ++i) {
+        watch.reset();
+        const int exit_code = run_silently(p);
+        spans.push_back(watch.spend());
+        if (exit_code < 0)
+            return report_system_error(err::execute_process);
+        if (exit_code > 0)
+            return report_error(err::failed, ("exit code " + std::to_string(exit_code)).c_str());
+    }
+    std::sort(spans.begin(), spans.end());
+    std::printf("minimum %.3f ms\nmedian %.3f ms\nmaximum %.3f ms\n", spans.front(), spans[runs / 2], spans.back());
+    return exit_success;
+}
+
+} // namespace
+
+int proc_command(const arguments& words)
+{
+    if (!words.empty() && words[0] == "run")
+        return run(words);
+    if (!words.empty() && words[0] == "time")
+        return time(words);
+    throw usage_error { "'run' or 'time' is expected" };
+}

@@ -1,0 +1,324 @@
+// kro xml: prints and changes XML documents.
+//
+// Documents are read as programs mostly read them: texts without white space at their
+// ends, comments kept. They are written in the library's own layout.
+#include "commands.h"
+#include "files.h"
+
+#include <stdkro/str.h>
+#include <stdkro/xcpt.h>
+#include <stdkro/xml_doc.h>
+
+#include <cstdio>
+#include <sstream>
+
+namespace {
+
+// Where and why reading failed.
+struct failure {
+    int code = 0;
+    int line = 0;
+    std::string message;
+};
+
+// Builds a tree and notes the failure.
+class builder : public xml_node_handler {
+public:
+    builder(xml_node* target, failure& failed) : xml_node_handler(target, false, true), failed_(failed) {}
+    void onError(int code, const char* message) override
+    {
+        failed_ = { code, get_reader()->get_line(), message };
+    }
+
+private:
+    failure& failed_;
+};
+
+int read_text(const std::string& text, xml_doc& doc, failure& failed)
+{
+    xml_reader in;
+    in.load_string(text.data(), text.data() + text.size(), false);
+    builder handler(doc.all(), failed);
+    return in.read_doc(&handler);
+}
+
+std::string printed(const xml_doc& doc, bool pretty)
+{
+    std::ostringstream out;
+    doc.write(out, pretty);
+    return out.str();
+}
+
+int print_text(const std::string& text)
+{
+    const bool done = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    return done ? exit_success : report_error(err::file_system);
+}
+
+// ---- dumps
+
+std::string quoted(const share_str& text)
+{
+    std::string made = "\"";
+    for (unsigned i = 0; i < text.length(); ++i)
+        made += str::to_single(static_cast<unsigned char>(text[i]));
+    return made + "\"";
+}
+
+std::string pair_text(const share_str& name, const share_str& value)
+{
+    return std::string(" ") + name.c_str() + "=" + quoted(value);
+}
+
+std::string pairs_text(const attributes& attrs)
+{
+    std::string made;
+    for (unsigned i = 0; i < attrs.count(); ++i)
+        made += pair_text(attrs[i].get_name(), attrs[i].get_value());
+    return made;
+}
+
+// Prints a line for each event, behind the line of the text where it happened.
+class event_printer : public xml_handler {
+public:
+    explicit event_printer(failure& failed) : failed_(failed) {}
+    int onBeginDocument() override { return print("begin document", ""); }
+    int onEndDocument() override { return print("end document", ""); }
+    void onError(int code, const char* message) override
+    {
+        failed_ = { code, get_reader()->get_line(), message };
+    }
+    int onBeginNode(const share_str& name, attributes& attrs) override
+    {
+        return print("begin element", std::string(" ") + name.c_str() + pairs_text(attrs));
+    }
+    int onEndNode(xml_node_t) override { return print("end element", ""); }
+    int onAttribute(const share_str& name, const share_str& value) override
+    {
+        return print("attribute", pair_text(name, value));
+    }
+    int onPI(const share_str& name, attributes& attrs) override
+    {
+        return print("instruction", std::string(" ") + name.c_str() + pairs_text(attrs));
+    }
+    int onComment(const share_str& text) override { return print("comment", " " + quoted(text)); }
+    int onText(const share_str& text) override { return print("text", " " + quoted(text)); }
+    int onCDATA(const share_str& text) override { return print("cdata", " " + quoted(text)); }
+
+private:
+    int print(const char* event, const std::string& what)
+    {
+        std::printf("%d: %s%s\n", get_reader()->get_line(), event, what.c_str());
+        return err::ok;
+    }
+
+    failure& failed_;
+};
+
+std::string describe(const xml_node& node)
+{
+    const std::string name = node.get_name().c_str();
+    switch (node.get_type()) {
+    case XML_TEXT: return "text " + quoted(node.get_name());
+    case XML_CDATA: return "cdata " + quoted(node.get_name());
+    case XML_COMMENT: return "comment " + quoted(node.get_name());
+    case XML_PI: return "instruction " + name + pairs_text(node.get_attrs());
+    case XML_DOCUMENT: return "document";
+    case XML_ELEMENT: break;
+    }
+    return "element " + name + pairs_text(node.get_attrs());
+}
+
+void print_tree(const xml_node& top)
+{
+    int depth = 0;
+    for (const xml_node* at = &top; at;) {
+        std::printf("%*s%s\n", depth * 3, "", describe(*at).c_str());
+        const xml_node* next = at->get_childs().ptr();
+        depth += next != nullptr;
+        while (!next && at != &top) {
+            next = at->get_next();
+            if (!next) {
+                at = at->get_parent();
+                --depth;
+            }
+        }
+        at = next;
+    }
+}
+
+// ---- actions
+
+struct xml_file {
+    std::string path;
+    std::string text;
+    xml_doc doc;
+};
+
+int report_failure(const xml_file& file, const failure& failed)
+{
+    return report_error_at(file.path, failed.line, failed.code, failed.message.c_str());
+}
+
+int load(xml_file& file)
+{
+    failure failed;
+    return read_text(file.text, file.doc, failed) < 0 ? report_failure(file, failed) : exit_success;
+}
+
+int report_path(const xml_file& file, const std::string& path, int code)
+{
+    return report_error_in(file.path + ": " + path, code);
+}
+
+int refuse(const xml_file& file, const char* why)
+{
+    std::fprintf(stderr, "%s: %s; nothing was written\n", file.path.c_str(), why);
+    return exit_failure;
+}
+
+// Reads what is to be written into `back`: where that fails, nothing is written.
+bool is_readable(const std::string& text, xml_doc& back)
+{
+    failure failed;
+    return read_text(text, back, failed) >= 0;
+}
+
+int save(const xml_file& file, const std::string& text)
+{
+    if (file.text.find('\xFF') != std::string::npos)
+        return refuse(file, "writing drops what stands behind byte 255");
+    const int r = replace_file(file.path, text);
+    return r < 0 ? report_error_in(file.path, r) : exit_success;
+}
+
+int print_pretty(xml_file& file, const arguments&)
+{
+    const int status = load(file);
+    return status == exit_success ? print_text(printed(file.doc, true)) : status;
+}
+
+int print_compact(xml_file& file, const arguments&)
+{
+    const int status = load(file);
+    return status == exit_success ? print_text(printed(file.doc, false)) : status;
+}
+
+int print_events(xml_file& file, const arguments&)
+{
+    failure failed;
+    event_printer printer(failed);
+    xml_reader in;
+    in.load_string(file.text.data(), file.text.data() + file.text.size(), false);
+    const int r = in.read_doc(&printer);
+    std::fflush(stdout);
+    return r < 0 ? report_failure(file, failed) : exit_success;
+}
+
+int print_nodes(xml_file& file, const arguments&)
+{
+    const int status = load(file);
+    if (status == exit_success)
+        print_tree(*file.doc.all());
+    return status;
+}
+
+int get(xml_file& file, const arguments& words)
+{
+    const int status = load(file);
+    if (status != exit_success)
+        return status;
+    share_str value;
+    const int r = file.doc.all()->get_value(words[0].c_str(), value);
+    if (r < 0)
+        return report_path(file, words[0], r);
+    return print_text(std::string(value.c_str(), value.length()) + "\n");
+}
+
+std::string trimmed(const std::string& text)
+{
+    const char* const blanks = " \t\n\v\f\r";
+    const std::size_t begin = text.find_first_not_of(blanks);
+    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
+}
+
+// Whether the value comes back from the text: texts come back without white space at
+// their ends, attributes and comments as they are.
+bool is_restored(const std::string& text, const std::string& path, const std::string& value)
+{
+    xml_doc back;
+    if (!is_readable(text, back))
+        return false;
+    const std::string found = back.all()->get_value(path.c_str()).c_str();
+    return found == value || found == trimmed(value);
+}
+
+int set(xml_file& file, const arguments& words)
+{
+    const int status = load(file);
+    if (status != exit_success)
+        return status;
+    const int r = file.doc.all()->set_value(words[0].c_str(), words[1].c_str());
+    if (r < 0)
+        return report_path(file, words[0], r);
+    const std::string text = printed(file.doc, true);
+    if (!is_restored(text, words[0], words[1]))
+        return refuse(file, "the value cannot be written in an XML file");
+    return save(file, text);
+}
+
+int rm(xml_file& file, const arguments& words)
+{
+    const int status = load(file);
+    if (status != exit_success)
+        return status;
+    const int r = file.doc.all()->rmdir(words[0].c_str());
+    if (r < 0)
+        return report_path(file, words[0], r);
+    const std::string text = printed(file.doc, true);
+    xml_doc back;
+    if (!is_readable(text, back))
+        return refuse(file, "a document cannot be without its root element");
+    return save(file, text);
+}
+
+const struct action {
+    const char* name;
+    std::size_t word_count;
+    int (*run)(xml_file& file, const arguments& words);
+} actions[] = {
+    { "--pretty", 0, print_pretty },
+    { "--compact", 0, print_compact },
+    { "--events", 0, print_events },
+    { "--tree", 0, print_nodes },
+    { "get", 1, get },
+    { "set", 2, set },
+    { "rm", 1, rm },
+};
+
+const action& find_action(const std::string& name)
+{
+    for (const action& a : actions) {
+        if (name == a.name)
+            return a;
+    }
+    throw usage_error { "'" + name + "' is no action" };
+}
+
+} // namespace
+
+int xml_command(const arguments& words)
+{
+    if (words.empty())
+        throw usage_error { "a file is missing" };
+    const action& chosen = words.size() < 2 ? actions[0] : find_action(words[1]);
+    const arguments rest(words.begin() + (words.size() < 2 ? 1 : 2), words.end());
+    if (rest.size() < chosen.word_count)
+        throw usage_error { "words are missing" };
+    if (rest.size() > chosen.word_count)
+        throw usage_error { "'" + rest[chosen.word_count] + "' is not expected" };
+    xml_file file;
+    file.path = words[0];
+    const int r = read_whole_file(file.path, file.text);
+    return r < 0 ? report_error_in(file.path, r) : chosen.run(file, rest);
+}

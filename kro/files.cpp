@@ -1,0 +1,127 @@
+#include "files.h"
+
+#include "command.h"
+#include "gbk_table.h"
+
+#include <stdkro/xcpt.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct file_closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using file_pointer = std::unique_ptr<std::FILE, file_closer>;
+
+// A name in the folder of `path` that no file has.
+std::string name_beside(const std::string& path)
+{
+    std::string name = path + ".new";
+    std::error_code ignored;
+    for (int i = 2; fs::exists(name, ignored); ++i)
+        name = path + ".new" + std::to_string(i);
+    return name;
+}
+
+bool write_whole_file(const std::string& path, const std::string& bytes)
+{
+    std::FILE* const file = std::fopen(path.c_str(), "wb");
+    if (!file)
+        return false;
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    return std::fclose(file) == 0 && written;
+}
+
+void append_utf8(std::string& to, unsigned c)
+{
+    if (c < 0x80) {
+        to += static_cast<char>(c);
+    } else if (c < 0x800) {
+        to += static_cast<char>(0xC0 | c >> 6);
+        to += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        to += static_cast<char>(0xE0 | c >> 12);
+        to += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        to += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
+
+constexpr unsigned no_character = 0xFFFD;
+
+unsigned gbk_character(unsigned char first, unsigned char second)
+{
+    if (first < 0x81 || first == 0xFF || second < 0x40 || second == 0xFF)
+        return no_character;
+    const char16_t* const row = gbk_rows[first - 0x81];
+    return *row ? row[second - 0x40] : no_character;
+}
+
+int print_error(const std::string& place, int code, const char* message)
+{
+    const std::string text = utf8_of_gbk(message && *message ? message : get_err_info(code));
+    std::fprintf(stderr, "%s: error 0x%08x: %s\n", place.c_str(), static_cast<unsigned>(code), text.c_str());
+    return exit_failure;
+}
+
+} // namespace
+
+int read_whole_file(const std::string& path, std::string& bytes)
+{
+    std::error_code ignored;
+    const file_pointer file(fs::is_directory(path, ignored) ? nullptr : std::fopen(path.c_str(), "rb"));
+    if (!file)
+        return err::file_system;
+    bytes.clear();
+    char piece[65536];
+    while (const std::size_t n = std::fread(piece, 1, sizeof piece, file.get()))
+        bytes.append(piece, n);
+    return std::ferror(file.get()) ? err::file_system : err::ok;
+}
+
+int replace_file(const std::string& path, const std::string& bytes)
+{
+    std::error_code failure;
+    const std::string target = fs::canonical(path, failure).string();
+    if (failure)
+        return err::file_system;
+    const std::string made = name_beside(target);
+    bool done = write_whole_file(made, bytes);
+    if (done) {
+        fs::permissions(made, fs::status(target, failure).permissions(), failure);
+        fs::rename(made, target, failure);
+        done = !failure;
+    }
+    if (!done)
+        fs::remove(made, failure);
+    return done ? err::ok : err::file_system;
+}
+
+std::string utf8_of_gbk(const std::string& text)
+{
+    std::string made;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto first = static_cast<unsigned char>(text[i]);
+        if (first < 0x80) {
+            made += text[i];
+            continue;
+        }
+        const auto second = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0xFF);
+        const unsigned c = gbk_character(first, second);
+        append_utf8(made, c);
+        i += c != no_character; // what is no character costs one byte only
+    }
+    return made;
+}
+
+int report_error_at(const std::string& path, int line, int code, const char* message)
+{
+    return print_error(path + ":" + std::to_string(line), code, message);
+}
+
+int report_error_in(const std::string& path, int code, const char* message) { return print_error(path, code, message); }

@@ -1,0 +1,25 @@
+// What the commands on documents have in common: whole files, safe replacement,
+// the library's GBK texts in the terminal's UTF-8.
+#ifndef STDKRO_KRO_FILES_H
+#define STDKRO_KRO_FILES_H
+
+#include <string>
+
+/// Reads all bytes of a file. 0, or 0x80020002.
+int read_whole_file(const std::string& path, std::string& bytes);
+
+/// Replaces a file's content: the bytes go to a new file beside it, which then takes
+/// its name, so that the old content stays until the new one is complete. Keeps the
+/// permissions; a link stays a link. 0, or 0x80020002 with the old content in place.
+int replace_file(const std::string& path, const std::string& bytes);
+
+/// GBK as UTF-8; bytes that are no GBK become U+FFFD.
+std::string utf8_of_gbk(const std::string& text);
+
+/// Prints "FILE:LINE: error 0x...: MESSAGE" to standard error, the message in GBK or,
+/// without one, the text of `code`. Returns `exit_failure`.
+int report_error_at(const std::string& path, int line, int code, const char* message);
+/// The same for a file as a whole: "FILE: error 0x...: MESSAGE".
+int report_error_in(const std::string& path, int code, const char* message = nullptr);
+
+#endif
