@@ -1,0 +1,31 @@
+# Tests of the tree itself: layers, exports, headers, the installed package.
+add_test(NAME ${STDKRO_TEST_PREFIX}layers
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_layers.py ${PROJECT_SOURCE_DIR})
+
+# Sanitizers add symbols of their own.
+if(NOT STDKRO_SANITIZE)
+  add_test(NAME ${STDKRO_TEST_PREFIX}exports
+    COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_exports.py ${PROJECT_SOURCE_DIR}
+    $<TARGET_FILE:krodll> ${CMAKE_NM})
+endif()
+
+set(consumer_flags "")
+if(STDKRO_SANITIZE)
+  set(consumer_flags "-fsanitize=${STDKRO_SANITIZE}")
+endif()
+add_test(NAME ${STDKRO_TEST_PREFIX}consumer
+  COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -DSOURCE=${CMAKE_CURRENT_SOURCE_DIR}/consumer
+  -DCXX=${CMAKE_CXX_COMPILER} -DFLAGS=${consumer_flags} -DTOOLCHAIN=${CMAKE_TOOLCHAIN_FILE}
+  "-DEMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}" -P ${CMAKE_CURRENT_SOURCE_DIR}/consumer.cmake)
+set_tests_properties(${STDKRO_TEST_PREFIX}consumer PROPERTIES TIMEOUT 300)
+
+# Each public header compiles alone, without a warning.
+file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/stdkro/*.h)
+foreach(header ${headers})
+  get_filename_component(name ${header} NAME)
+  file(CONFIGURE OUTPUT headers/${name}.cpp CONTENT "#include <stdkro/${name}>\n#include <stdkro/${name}>\n")
+  list(APPEND header_sources ${CMAKE_CURRENT_BINARY_DIR}/headers/${name}.cpp)
+endforeach()
+add_library(headers_alone OBJECT ${header_sources})
+target_include_directories(headers_alone PRIVATE ${PROJECT_SOURCE_DIR}/include)
+stdkro_options(headers_alone)
