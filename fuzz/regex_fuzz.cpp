@@ -1,0 +1,133 @@
+// A pattern up to a NUL, then a text. The parser's tree, the NFA and the DFA must agree
+// on what is a pattern and on what it matches, search must do as it is defined, and a
+// compressed table must give the same as a plain one.
+#include "../tests/naive_pattern.h"
+
+#include <stdkro/rdfa.h>
+#include <stdkro/xcpt.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <string>
+
+namespace {
+
+/// Larger automata are parsed and matched, but no table is made: it may take long.
+constexpr unsigned largest_for_table = 400;
+
+void require(bool agreed, const char* what)
+{
+    if (agreed)
+        return;
+    std::fprintf(stderr, "disagreement: %s\n", what);
+    std::abort();
+}
+
+/// The status of reading a pattern.
+template <class action_t> int status_of(action_t action)
+{
+    try {
+        return action();
+    } catch (const xcpt& e) {
+        require(e.what() != nullptr, "an error has a text");
+        return e.get_err();
+    }
+}
+
+bool is_known(int status)
+{
+    static const int known[] = { 0, err::unexpected, err::abnormal_end, err::undefined_symbol, err::overrun };
+    return std::find(std::begin(known), std::end(known), status) != std::end(known);
+}
+
+/// The bytes that lead on from a set of states.
+bool leads_on(const rnfa& nfa, const rnfa::state_set& set, char c)
+{
+    return nfa.move(set, static_cast<unsigned char>(c)).any();
+}
+
+void check_search(const rnfa& nfa, const char* begin, const char* end)
+{
+    rnfa::state_set initial(nfa.num_state());
+    initial.add_bit(static_cast<unsigned>(nfa.start()));
+    nfa.closure(initial);
+    const char* first = begin;
+    while (first != end && !leads_on(nfa, initial, *first))
+        ++first;
+    const char* last = first;
+    rnfa::state_set behind(nfa.num_state());
+    if (first != end) {
+        behind = nfa.move(initial, static_cast<unsigned char>(*first));
+        nfa.closure(behind);
+        for (last = first + 1; last != end && leads_on(nfa, behind, *last);)
+            ++last;
+    }
+    rnfa_match_result found;
+    require(nfa.search(found, begin, end) == behind, "states of search");
+    require(found.begin == first && found.end == last, "place of search");
+}
+
+void check_tables(const rnfa& nfa, bool expected, const char* begin, const char* end)
+{
+    rdfa table;
+    require(rdfa_maker().ntod(table, nfa) == 0, "a small automaton has a table");
+    require((table.match(begin, end) == 2) == expected, "table");
+    rdfa merged(table);
+    merged.merge_col();
+    short state = 0;
+    for (const char* p = begin; p != end && state >= 0; ++p)
+        state = merged.get_state(state, merged.ccl2ecs(static_cast<unsigned char>(*p)));
+    require((state >= 0 && merged.get_accept(state) == 2) == expected, "merged table");
+}
+
+/// United with itself under a higher number, the higher one wins.
+void check_union(const rnfa& nfa, const char* pattern, bool expected, const char* begin, const char* end)
+{
+    rnfa united = nfa;
+    if (status_of([&] { return rnfa_maker().add_expr(united, pattern, 5); }) < 0)
+        return;
+    require(united.match(begin, end) == expected, "union");
+    rdfa table;
+    require(rdfa_maker().ntod(table, united) == 0, "a small union has a table");
+    require((table.match(begin, end) == 5) == expected, "the higher rule wins");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::string input(reinterpret_cast<const char*>(data), size);
+    const std::string pattern = input.substr(0, input.find('\0'));
+    const std::string text = input.substr(std::min(pattern.size() + 1, size)).substr(0, naive::longest_text);
+
+    rnfa nfa;
+    const int status = status_of([&] { return rnfa_maker().read_expr(nfa, pattern.c_str(), 2); });
+    require(is_known(status), "status");
+    reader in;
+    in.load_string(pattern.data(), pattern.data() + pattern.size(), true);
+    rnfa other;
+    require(status_of([&] { return rnfa_maker().read_expr(other, in, 2); }) == status, "text and reader");
+    require(other.num_state() == nfa.num_state(), "text and reader make the same");
+    if (status < 0) {
+        require(nfa.start() < 0, "an error makes nothing");
+        return 0;
+    }
+    naive::parser parser;
+    const naive::tree* tree = parser.parse(pattern.c_str());
+    require((tree == nullptr) == (nfa.start() < 0), "a pattern without content");
+    if (!tree)
+        return 0;
+    const char* begin = text.data();
+    const char* end = begin + text.size();
+    const bool expected = nfa.match(begin, end);
+    if (nfa.num_state() > largest_for_table)
+        return 0;
+    require(naive::matches(*tree, text) == expected, "NFA");
+    check_search(nfa, begin, end);
+    check_tables(nfa, expected, begin, end);
+    check_union(nfa, pattern.c_str(), expected, begin, end);
+    return 0;
+}
