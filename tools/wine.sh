@@ -76,9 +76,19 @@ show "$(project_of "$PWD")"
 enter() {
     chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/bin:/bin LC_ALL=C.UTF-8 WINEDEBUG="$WINEDEBUG" "$@"
 }
-# The first start makes the user's Windows folder; nobody else is to see it half made.
-[ -f "$root/root/.wine/.update-timestamp" ] || enter wineboot --init > /dev/null 2>&1 9>&-
-# The server stays: a program that starts just while it ends would lose its connection.
-enter /usr/lib/wine/wineserver32 -p < /dev/null > /dev/null 2>&1 9>&- || true
+
+# Calls a program of Wine's own out of sight: what it leaves behind must not hold the
+# output of ours, or whoever reads that would wait for it.
+behind() {
+    enter setsid "$@" < /dev/null > /dev/null 2>&1 9>&-
+}
+
+# The server and its services stay: a program that starts just while they end would lose
+# its connection. Who finds none starts them, and the first one makes the user's Windows
+# folder; nobody else is to see it half made.
+mkdir -p "$root/root/.wine"
+if behind /usr/lib/wine/wineserver32 -p; then
+    behind wineboot
+fi
 exec 9>&-
 enter ${WINEPATH:+"WINEPATH=$WINEPATH"} sh -c 'cd "$0" && exec wine "$@"' "$PWD" "$program" "$@"
