@@ -16,7 +16,7 @@ public:
             return;
         const long long longest = 0x7FFFFFFE;
         long long ms = longest;
-        if (given->tv_sec <= longest / 1000)
+        if (given->tv_sec <= longest / 1000 && given->tv_usec / 1000 <= longest)
             ms = static_cast<long long>(given->tv_sec) * 1000 + (given->tv_usec + 999LL) / 1000;
         if (ms > longest)
             ms = longest;

@@ -248,31 +248,68 @@ int finish_connecting(int fd)
     return failure == 0 ? 0 : -1;
 }
 
-long long now_ms()
+/// The time left until a moment, as the kernel takes it.
+class countdown {
+public:
+    explicit countdown(const timeval* limit) : is_limited_(limit)
+    {
+        if (!limit)
+            return;
+        clock_gettime(CLOCK_MONOTONIC, &end_);
+        const timespec span = span_of(*limit);
+        end_ = { end_.tv_sec + span.tv_sec, end_.tv_nsec + span.tv_nsec };
+        left_ = span;
+    }
+
+    /// Null without a limit.
+    const timespec* left() const { return is_limited_ ? &left_ : nullptr; }
+
+    /// Looks at the clock again.
+    void refresh()
+    {
+        if (!is_limited_)
+            return;
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        long long ns = (static_cast<long long>(end_.tv_sec) - now.tv_sec) * billion + (end_.tv_nsec - now.tv_nsec);
+        if (ns < 0)
+            ns = 0;
+        left_ = { static_cast<time_t>(ns / billion), static_cast<long>(ns % billion) };
+    }
+
+private:
+    /// A negative limit is none at all, and a long one 0x7FFFFFFE milliseconds.
+    static timespec span_of(const timeval& limit)
+    {
+        const timespec longest = { 0x7FFFFFFE / 1000, 0x7FFFFFFE % 1000 * 1000000L };
+        if (limit.tv_sec < 0 || limit.tv_usec < 0)
+            return timespec();
+        if (limit.tv_sec > longest.tv_sec || limit.tv_usec / 1000000 > longest.tv_sec - limit.tv_sec)
+            return longest;
+        const timespec span = { limit.tv_sec + limit.tv_usec / 1000000, limit.tv_usec % 1000000 * 1000L };
+        return span.tv_sec == longest.tv_sec && span.tv_nsec > longest.tv_nsec ? longest : span;
+    }
+
+    static constexpr long billion = 1000000000;
+
+    bool is_limited_;
+    timespec end_ = {};
+    timespec left_ = {};
+};
+
+/// What the kernel reports, as the conditions that the record wants.
+short conditions_of(const pollfd& p)
 {
-    timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return static_cast<long long>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
+    short conditions = p.revents & (POLLIN | POLLOUT | POLLPRI);
+    if (p.revents & (POLLHUP | POLLERR))
+        conditions |= POLLIN;
+    if (p.revents & POLLERR)
+        conditions |= POLLOUT;
+    return static_cast<short>(conditions & p.events);
 }
 
-/// The time limit in milliseconds, rounded up; -1 for none.
-int milliseconds(const timeval* limit)
-{
-    const long long longest = 0x7FFFFFFE;
-    if (!limit)
-        return -1;
-    if (limit->tv_sec < 0 || limit->tv_usec < 0)
-        return 0;
-    if (limit->tv_sec > longest / 1000)
-        return longest;
-    const long long ms = static_cast<long long>(limit->tv_sec) * 1000 + (limit->tv_usec + 999LL) / 1000;
-    return static_cast<int>(ms < longest ? ms : longest);
-}
-
-// What the kernel reports for each of the three conditions, in the order of the
-// arguments of sys_select.
+// What is waited for in each of the three sets, in the order of the arguments of sys_select.
 constexpr short wanted_of[3] = { POLLIN, POLLOUT, POLLPRI };
-constexpr short reported_of[3] = { POLLIN | POLLHUP | POLLERR, POLLOUT | POLLERR, POLLPRI };
 
 /// The members of up to three sets as poll records, one run for each set.
 struct poll_list {
@@ -304,14 +341,13 @@ struct poll_list {
         return std::any_of(records, records + size(), [](const pollfd& p) { return (p.revents & POLLNVAL) != 0; });
     }
 
-    bool is_ready(unsigned i, int k) const { return records[i].fd >= 0 && (records[i].revents & reported_of[k]); }
+    bool is_ready(unsigned i) const { return records[i].fd >= 0 && conditions_of(records[i]) != 0; }
 
     unsigned count_ready() const
     {
         unsigned ready = 0;
-        for (int k = 0; k < 3; ++k)
-            for (unsigned i = begin[k]; i < begin[k + 1]; ++i)
-                ready += is_ready(i, k);
+        for (unsigned i = 0; i < size(); ++i)
+            ready += is_ready(i);
         return ready;
     }
 
@@ -332,7 +368,7 @@ unsigned keep_ready(sock_fd_set& set, const poll_list& list, int k)
     unsigned kept = 0;
     for (unsigned i = list.begin[k]; i < list.begin[k + 1]; ++i) {
         const unsigned h = set.fd_array[i - list.begin[k]];
-        if (list.is_ready(i, k) && seen.is_new(h))
+        if (list.is_ready(i) && seen.is_new(h))
             set.fd_array[kept++] = h;
     }
     set.fd_count = kept;
@@ -449,10 +485,9 @@ int sys_select(sock_fd_set* readable, sock_fd_set* writable, sock_fd_set* except
     if (list.size() == 0 || list.has_negative())
         return -1;
 
-    int ms = milliseconds(limit);
-    const long long deadline = now_ms() + ms;
+    countdown time(limit);
     for (;;) {
-        const int n = poll(list.records, list.size(), ms);
+        const int n = ppoll(list.records, list.size(), time.left(), nullptr);
         if (n < 0 && errno != EINTR)
             return -1;
         if (n > 0) {
@@ -464,8 +499,7 @@ int sys_select(sock_fd_set* readable, sock_fd_set* writable, sock_fd_set* except
         } else if (n == 0) {
             break;
         }
-        if (limit)
-            ms = static_cast<int>(std::max(0LL, deadline - now_ms()));
+        time.refresh();
     }
 
     unsigned ready = 0;
@@ -481,65 +515,11 @@ static_assert(sizeof(sys_poll_record) == sizeof(pollfd) && offsetof(sys_poll_rec
                   && sys_poll_in == POLLIN && sys_poll_out == POLLOUT && sys_poll_exceptional == POLLPRI,
               "a sys_poll_record is a pollfd");
 
-/// The time left until a moment, as the kernel takes it.
-class countdown {
-public:
-    explicit countdown(const timeval* limit) : is_limited_(limit)
-    {
-        if (!limit)
-            return;
-        clock_gettime(CLOCK_MONOTONIC, &end_);
-        const timespec longest = { 0x7FFFFFFE / 1000, 0 };
-        const bool is_negative = limit->tv_sec < 0 || limit->tv_usec < 0;
-        timespec span = is_negative ? timespec() : timespec { limit->tv_sec, limit->tv_usec * 1000L };
-        span.tv_sec += span.tv_nsec / billion;
-        span.tv_nsec %= billion;
-        if (span.tv_sec >= longest.tv_sec)
-            span = longest;
-        end_ = { end_.tv_sec + span.tv_sec, end_.tv_nsec + span.tv_nsec };
-        left_ = span;
-    }
-
-    /// Null without a limit.
-    const timespec* left() const { return is_limited_ ? &left_ : nullptr; }
-
-    /// Looks at the clock again.
-    void refresh()
-    {
-        if (!is_limited_)
-            return;
-        timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        long long ns = (static_cast<long long>(end_.tv_sec) - now.tv_sec) * billion + (end_.tv_nsec - now.tv_nsec);
-        if (ns < 0)
-            ns = 0;
-        left_ = { static_cast<time_t>(ns / billion), static_cast<long>(ns % billion) };
-    }
-
-private:
-    static constexpr long billion = 1000000000;
-
-    bool is_limited_;
-    timespec end_ = {};
-    timespec left_ = {};
-};
-
 /// Empties a waker. True when it was woken.
 bool drain(unsigned waker)
 {
     std::uint64_t wakes;
     return uninterrupted([&] { return read(descriptor_of(waker), &wakes, sizeof wakes); }) > 0;
-}
-
-/// What the kernel reports, as the conditions that the record wants.
-short conditions_of(const pollfd& p)
-{
-    short conditions = p.revents & (POLLIN | POLLOUT | POLLPRI);
-    if (p.revents & (POLLHUP | POLLERR))
-        conditions |= POLLIN;
-    if (p.revents & POLLERR)
-        conditions |= POLLOUT;
-    return static_cast<short>(conditions & p.events);
 }
 
 /// The first `reported` records that the kernel reported something of: their conditions, counted;
