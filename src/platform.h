@@ -71,7 +71,10 @@ int sys_socket_send_to(unsigned h, const void* bytes, unsigned n, const sockaddr
 int sys_socket_receive_from(unsigned h, void* bytes, unsigned n, sockaddr_in* from);
 /// `how`: 0 no more receiving, 1 no more sending, 2 neither. 0 or -1.
 int sys_socket_shutdown(unsigned h, int how);
-/// The own and the peer's address. 0 or -1.
+/// Whether `h` is an open socket, bound or not.
+bool sys_socket_is_open(unsigned h);
+/// The own and the peer's address. 0 or -1; the own of a socket that is not bound is 0.0.0.0
+/// and port 0 on one system and a failure on the other.
 int sys_socket_self(unsigned h, sockaddr_in* address);
 int sys_socket_peer(unsigned h, sockaddr_in* address);
 /// An input-output control; `command` is the system's own number or one of the

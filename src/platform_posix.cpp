@@ -438,6 +438,12 @@ int sys_socket_receive_from(unsigned h, void* bytes, unsigned n, sockaddr_in* fr
 
 int sys_socket_shutdown(unsigned h, int how) { return shutdown(descriptor_of(h), how); }
 
+bool sys_socket_is_open(unsigned h)
+{
+    sockaddr_in address;
+    return sys_socket_self(h, &address) == 0;
+}
+
 int sys_socket_self(unsigned h, sockaddr_in* address)
 {
     socklen_t size = sizeof *address;

@@ -174,6 +174,13 @@ int sys_socket_receive_from(unsigned h, void* bytes, unsigned n, sockaddr_in* fr
 
 int sys_socket_shutdown(unsigned h, int how) { return shutdown(h, how); }
 
+// Winsock does not tell the address of an open socket that is not bound.
+bool sys_socket_is_open(unsigned h)
+{
+    sockaddr_in address;
+    return sys_socket_self(h, &address) == 0 || WSAGetLastError() == WSAEINVAL;
+}
+
 int sys_socket_self(unsigned h, sockaddr_in* address)
 {
     int size = sizeof *address;

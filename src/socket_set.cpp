@@ -70,8 +70,7 @@ int sockset::correct()
     unsigned kept = 0;
     const unsigned before = count();
     for (unsigned i = 0; i < before; ++i) {
-        sockaddr_in address;
-        if (sys_socket_self(set_.fd_array[i], &address) < 0)
+        if (!sys_socket_is_open(set_.fd_array[i]))
             continue;
         set_.fd_array[kept] = set_.fd_array[i];
         sockets_[kept++] = sockets_[i];

@@ -444,6 +444,32 @@ TEST(sockset, drops_members_that_were_closed)
     p[1].here.detach();
 }
 
+TEST(sockset, keeps_open_sockets_that_are_bound_to_nothing)
+{
+    Socket stream;
+    Socket datagram;
+    Socket closed;
+    for (Socket* s : { &stream, &closed })
+        ASSERT_EQ(0, s->create());
+    ASSERT_EQ(0, datagram.create(2, 2, 0));
+    sockset set;
+    for (Socket* s : { &closed, &stream, &closed, &datagram })
+        set.add(*s);
+    EXPECT_EQ(0, set.correct());
+    Socket(closed.get_socket()).close();
+    EXPECT_EQ(2, set.correct());
+    closed.detach();
+    int cursor = 0;
+    EXPECT_EQ(&stream, set.get_socket(cursor));
+    EXPECT_EQ(&datagram, set.get_socket(cursor));
+    EXPECT_EQ(nullptr, set.get_socket(cursor));
+
+    Socket none;
+    set.add(none);
+    EXPECT_EQ(1, set.correct()) << "no handle is none that is open";
+    EXPECT_EQ(2u, set.count());
+}
+
 TEST(sockset, is_full_with_1024_members)
 {
     socket_pair p;
