@@ -1,27 +1,39 @@
-# What `cmake --install` gives: headers, library, tool, CMake package, pkg-config file.
-include(GNUInstallDirs)
+# What `cmake --install` gives, in four components:
+#   runtime  the shared library, on Windows with the compiler's runtime DLLs
+#   dev      headers, what programs link with, CMake package, pkg-config file
+#   tools    the tool kro
+#   docs     the guide and the examples
 include(CMakePackageConfigHelpers)
 
-set_target_properties(krodll PROPERTIES EXPORT_NAME krodll)
 install(TARGETS krodll EXPORT stdkro-targets
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(TARGETS kro RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/stdkro DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-  FILES_MATCHING PATTERN "*.h")
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 if(krodll_runtime_dlls)
-  install(FILES ${krodll_runtime_dlls} DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES ${krodll_runtime_dlls} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
 endif()
 
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/stdkro DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
+  FILES_MATCHING PATTERN "*.h")
 set(stdkro_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/stdkro)
-install(EXPORT stdkro-targets NAMESPACE stdkro:: DESTINATION ${stdkro_cmake_dir})
+install(EXPORT stdkro-targets NAMESPACE stdkro:: DESTINATION ${stdkro_cmake_dir} COMPONENT dev)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/stdkro-config.cmake.in
   ${PROJECT_BINARY_DIR}/stdkro-config.cmake INSTALL_DESTINATION ${stdkro_cmake_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/stdkro-config-version.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/stdkro-config.cmake ${PROJECT_BINARY_DIR}/stdkro-config-version.cmake
-  DESTINATION ${stdkro_cmake_dir})
+  DESTINATION ${stdkro_cmake_dir} COMPONENT dev)
 
+# The file says where it stands by its own place, so that a package can be put anywhere.
+set(stdkro_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH stdkro_up /prefix/${stdkro_pc_dir} /prefix)
+string(REGEX REPLACE "/$" "" stdkro_up ${stdkro_up})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/stdkro.pc.in ${PROJECT_BINARY_DIR}/stdkro.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/stdkro.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/stdkro.pc DESTINATION ${stdkro_pc_dir} COMPONENT dev)
+
+install(TARGETS kro RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)

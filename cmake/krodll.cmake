@@ -26,6 +26,7 @@ target_include_directories(krodll PUBLIC
 target_compile_features(krodll PUBLIC cxx_std_17)
 add_library(stdkro::krodll ALIAS krodll)
 stdkro_options(krodll)
+stdkro_version_resource(krodll krodll.dll 2 "${PROJECT_DESCRIPTION}")
 
 if(WIN32)
   set_target_properties(krodll PROPERTIES PREFIX "" OUTPUT_NAME krodll)

@@ -2,6 +2,10 @@
 add_test(NAME ${STDKRO_TEST_PREFIX}layers
   COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_layers.py ${PROJECT_SOURCE_DIR})
 
+add_test(NAME ${STDKRO_TEST_PREFIX}version
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_version.py ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION}
+  $<TARGET_FILE:krodll> ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:kro>)
+
 # Sanitizers add symbols of their own.
 if(NOT STDKRO_SANITIZE)
   add_test(NAME ${STDKRO_TEST_PREFIX}exports
