@@ -23,6 +23,15 @@ add_test(NAME ${STDKRO_TEST_PREFIX}consumer
   "-DEMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}" -P ${CMAKE_CURRENT_SOURCE_DIR}/consumer.cmake)
 set_tests_properties(${STDKRO_TEST_PREFIX}consumer PROPERTIES TIMEOUT 300)
 
+# The packages, made from this build. Sanitized ones are for nobody.
+if(NOT STDKRO_SANITIZE)
+  add_test(NAME ${STDKRO_TEST_PREFIX}packages
+    COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_packages.py --build ${PROJECT_BINARY_DIR}
+    --consumer ${CMAKE_CURRENT_SOURCE_DIR}/consumer --version ${PROJECT_VERSION}
+    "--toolchain=${CMAKE_TOOLCHAIN_FILE}" "--emulator=${CMAKE_CROSSCOMPILING_EMULATOR}")
+  set_tests_properties(${STDKRO_TEST_PREFIX}packages PROPERTIES TIMEOUT 300)
+endif()
+
 # Each public header compiles alone, without a warning.
 file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/stdkro/*.h)
 foreach(header ${headers})

@@ -1,12 +1,13 @@
 #!/bin/sh
 # Installs what a step needs, by Debian package name: tools/setup.sh SET...
 #
-# Sets: build, test, win32, bench, fuzz, coverage. What is there already costs
+# Sets: build, test, win32, package, bench, fuzz, coverage. What is there already costs
 # nothing; as root what is missing is installed, as another user it is named.
 set -eu
 
 build="g++ cmake ninja-build"
-test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config"
+debian="dpkg-dev file fakeroot"
+test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config $debian"
 peers="libre2-dev libpugixml-dev"
 win32="g++-mingw-w64-i686-posix binutils-mingw-w64-i686"
 bench="$build libbenchmark-dev pkg-config python3 flex libglib2.0-dev liblua5.4-dev libmuparser-dev
@@ -64,9 +65,10 @@ for set in "$@"; do
     build) need $build ;;
     test) need $test $peers ;;
     win32) need $build $win32 && need_wine ;;
+    package) need $build $debian $win32 ;;
     bench) need $bench ;;
     fuzz) need $fuzz ;;
     coverage) need $coverage $peers ;;
-    *) echo "setup.sh: no set '$set' (build, test, win32, bench, fuzz, coverage)" >&2; exit 2 ;;
+    *) echo "setup.sh: no set '$set' (build, test, win32, package, bench, fuzz, coverage)" >&2; exit 2 ;;
     esac
 done
