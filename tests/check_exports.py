@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Checks that the shared library shows what its headers export and nothing else.
 
-    check_exports.py ROOT LIBRARY NM
+    check_exports.py ROOT LIBRARY NM LIST [--write]
 
 Every symbol must belong to a class or function that a public header marks with
 KRO_API, and every marked function must have a symbol (a class may be all inline).
+LIST is the committed list of the symbols, demangled, one a line: what programs are
+linked against changes on purpose only. --write writes the list anew.
 """
 import pathlib
 import re
@@ -35,7 +37,8 @@ def exported(library, nm):
         text = subprocess.run(["c++filt", "-_"], input="\n".join(raw), check=True, stdout=subprocess.PIPE, text=True).stdout
         return text.strip().split("\n")
     text = subprocess.run([nm, "-DC", "--defined-only", library], check=True, stdout=subprocess.PIPE, text=True).stdout
-    return [line.split(" ", 2)[2] for line in text.strip().split("\n") if " A " not in line]
+    # "W" is an inline function: whether it is there depends on the optimiser.
+    return [line.split(" ", 2)[2] for line in text.strip().split("\n") if line.split(" ", 2)[1] not in "AW"]
 
 
 def owners(symbol):
@@ -58,6 +61,15 @@ def owners(symbol):
     return parts, parts[-1]
 
 
+def changes(symbols, path):
+    """What the committed list says otherwise."""
+    listed, present = set(path.read_text().splitlines()), set(symbols)
+    for symbol in sorted(listed - present):
+        yield "gone, programs linked against it will not start: " + symbol
+    for symbol in sorted(present - listed):
+        yield "new, not in %s: %s" % (path.name, symbol)
+
+
 def main():
     classes, functions = marked(pathlib.Path(sys.argv[1]))
     symbols = exported(sys.argv[2], sys.argv[3])
@@ -75,8 +87,15 @@ def main():
         print("exported, but no header says so: " + symbol)
     for name in absent:
         print("marked with KRO_API, but not in the library: " + name)
-    print("%d symbols, %d strangers, %d absent" % (len(symbols), len(strangers), len(absent)))
-    return 1 if strangers or absent or not symbols else 0
+    committed = pathlib.Path(sys.argv[4])
+    if "--write" in sys.argv:
+        committed.write_text("".join(symbol + "\n" for symbol in sorted(set(symbols))))
+    changed = list(changes(symbols, committed))
+    if changed:
+        print("\n".join(changed))
+        print("if all of this is meant: python3 %s --write" % " ".join(sys.argv))
+    print("%d symbols, %d strangers, %d absent, %d changed" % (len(symbols), len(strangers), len(absent), len(changed)))
+    return 1 if strangers or absent or changed or not symbols else 0
 
 
 if __name__ == "__main__":

@@ -10,7 +10,7 @@ add_test(NAME ${STDKRO_TEST_PREFIX}version
 if(NOT STDKRO_SANITIZE)
   add_test(NAME ${STDKRO_TEST_PREFIX}exports
     COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_exports.py ${PROJECT_SOURCE_DIR}
-    $<TARGET_FILE:krodll> ${CMAKE_NM})
+    $<TARGET_FILE:krodll> ${CMAKE_NM} ${CMAKE_CURRENT_SOURCE_DIR}/exports/$<IF:$<BOOL:${WIN32}>,windows,linux>.txt)
 endif()
 
 set(consumer_flags "")

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what a step needs, by Debian package name: tools/setup.sh SET...
 #
-# Sets: build, test, win32, package, bench, fuzz, coverage. What is there already costs
+# Sets: build, test, win32, package, abi, bench, fuzz, coverage. What is there already costs
 # nothing; as root what is missing is installed, as another user it is named.
 set -eu
 
@@ -66,9 +66,10 @@ for set in "$@"; do
     test) need $test $peers ;;
     win32) need $build $win32 && need_wine ;;
     package) need $build $debian $win32 ;;
+    abi) need $build abigail-tools ;;
     bench) need $bench ;;
     fuzz) need $fuzz ;;
     coverage) need $coverage $peers ;;
-    *) echo "setup.sh: no set '$set' (build, test, win32, package, bench, fuzz, coverage)" >&2; exit 2 ;;
+    *) echo "setup.sh: no set '$set' (build, test, win32, package, abi, bench, fuzz, coverage)" >&2; exit 2 ;;
     esac
 done
