@@ -88,33 +88,21 @@ fd_set* native(sock_fd_set* set) { return reinterpret_cast<fd_set*>(set); }
 
 bool is_empty(const sock_fd_set* set) { return !set || set->fd_count == 0; }
 
-/// Winsock counts a handle as often as it is a member; here once.
-unsigned keep_once(sock_fd_set* set)
+/// Winsock gives the members back in an order of its own, each as often as it was a
+/// member; here they keep their order, and each counts once.
+unsigned restore_order(sock_fd_set& set, const sock_fd_set& before)
 {
-    if (!set)
-        return 0;
+    handle_filter ready;
+    for (unsigned i = 0; i < set.fd_count; ++i)
+        ready.is_new(set.fd_array[i]);
     handle_filter seen;
     unsigned kept = 0;
-    for (unsigned i = 0; i < set->fd_count; ++i)
-        if (seen.is_new(set->fd_array[i]))
-            set->fd_array[kept++] = set->fd_array[i];
-    return set->fd_count = kept;
-}
-
-/// Winsock gives the members back in an order of its own.
-void restore_order(sock_fd_set* set, const sock_fd_set& before)
-{
-    if (!set)
-        return;
-    handle_filter ready;
-    for (unsigned i = 0; i < set->fd_count; ++i)
-        ready.is_new(set->fd_array[i]);
-    unsigned kept = 0;
-    for (unsigned i = 0; i < before.fd_count; ++i)
-        if (!ready.is_new(before.fd_array[i]))
-            set->fd_array[kept++] = before.fd_array[i];
-    set->fd_count = kept;
-    keep_once(set);
+    for (unsigned i = 0; i < before.fd_count; ++i) {
+        const unsigned h = before.fd_array[i];
+        if (seen.is_new(h) && !ready.is_new(h))
+            set.fd_array[kept++] = h;
+    }
+    return set.fd_count = kept;
 }
 
 } // namespace
@@ -225,12 +213,9 @@ int sys_select(sock_fd_set* readable, sock_fd_set* writable, sock_fd_set* except
         return -1;
     }
     unsigned ready = 0;
-    for (int k = 0; k < 3; ++k) {
-        if (!sets[k])
-            continue;
-        restore_order(sets[k], before[k]);
-        ready += sets[k]->fd_count;
-    }
+    for (int k = 0; k < 3; ++k)
+        if (sets[k])
+            ready += restore_order(*sets[k], before[k]);
     return static_cast<int>(ready);
 }
 

@@ -348,6 +348,10 @@ TEST(select, keeps_the_ready_members_in_their_order_and_once)
     EXPECT_EQ(pairs[0].here.get_socket(), set.fd_array[1]);
     EXPECT_EQ(5, limit.tv_sec);
 
+    set = { 3, { pairs[2].here.get_socket(), pairs[0].here.get_socket(), pairs[2].here.get_socket() } };
+    EXPECT_EQ(1, Socket::select(&set, nullptr, nullptr, &limit)) << "standing twice makes nobody ready";
+    EXPECT_EQ(pairs[0].here.get_socket(), set.fd_array[0]);
+
     sock_fd_set readable = before;
     sock_fd_set writable = before;
     EXPECT_EQ(2 + 4, Socket::select(&readable, &writable, nullptr, nullptr));
