@@ -6,6 +6,14 @@ add_test(NAME ${STDKRO_TEST_PREFIX}version
   COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_version.py ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION}
   $<TARGET_FILE:krodll> ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:kro>)
 
+# The pictures of the guide show things as they are.
+if(NOT CMAKE_CROSSCOMPILING)
+  foreach(picture layers automaton)
+    add_test(NAME ${STDKRO_TEST_PREFIX}picture_${picture}
+      COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/draw.py --check ${picture} $<TARGET_FILE:kro>)
+  endforeach()
+endif()
+
 # Sanitizers add symbols of their own.
 if(NOT STDKRO_SANITIZE)
   add_test(NAME ${STDKRO_TEST_PREFIX}exports
