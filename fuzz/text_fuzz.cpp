@@ -447,52 +447,12 @@ void try_words(const string& input, unsigned room)
     CHECK(sign(str::nstrcmp(left, second.data(), second.data() + second.size())) == sign(std::strcmp(left, second.c_str())));
 }
 
-void try_command_lines(const string& input, unsigned)
-{
-    std::vector<string> expected;
-    std::size_t stop = input.size();
-    bool inside = false;
-    bool quoted = false;
-    std::size_t quote = 0;
-    for (std::size_t i = 0; i < input.size(); ++i) {
-        const char c = input[i];
-        if (!quoted && space(c)) {
-            inside = false;
-            continue;
-        }
-        if (!inside)
-            expected.push_back("");
-        inside = true;
-        if (c == '"') {
-            quoted = !quoted;
-            quote = i;
-        } else if (quoted && c == '\\') {
-            expected.back() += i + 1 < input.size() ? input[i + 1] : '\0';
-            ++i;
-        } else {
-            expected.back() += c;
-        }
-    }
-    stop = quoted ? quote : stop;
-    const exact_text line(input);
-    const char* end = nullptr;
-    const int count = str::calc_argv(line, &end);
-    CHECK(end == line + stop);
-    CHECK(count == (quoted ? err::syntax : static_cast<int>(expected.size())));
-    const int wanted = static_cast<int>(expected.size());
-    char** const argv = str::split_argv(line, wanted);
-    CHECK(argv && !argv[wanted]);
-    for (std::size_t i = 0; i < expected.size() && !quoted; ++i)
-        CHECK(argv[i] == expected[i]);
-    str::free_argv(argv);
-}
-
 using attempt = void (*)(const string& input, unsigned room);
 
 // Those that take any bytes, and those that take texts.
 const attempt on_bytes[] = { try_base64_writing, try_hex_writing, try_lists };
 const attempt on_text[] = { try_base64_reading, try_hex_reading, try_quoting, try_numbers, try_addresses_and_versions,
-                            try_paths, try_words, try_command_lines };
+                            try_paths, try_words };
 
 } // namespace
 
