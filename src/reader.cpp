@@ -70,10 +70,13 @@ int read_all(std::streambuf& in, memory& text, std::size_t& length)
             static_cast<void>(text.release());
             text.reset(bigger);
         }
-        const std::streamsize got = in.sgetn(text.get() + length, static_cast<std::streamsize>(room - length));
-        if (got <= 0)
+        const std::streamsize wanted = static_cast<std::streamsize>(room - length);
+        const std::streamsize got = in.sgetn(text.get() + length, wanted);
+        if (got > 0)
+            length += static_cast<std::size_t>(got);
+        // Less is the end. Do not ask again: a terminal would wait for a second one.
+        if (got < wanted)
             return err::ok;
-        length += static_cast<std::size_t>(got);
     }
 }
 

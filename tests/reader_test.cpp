@@ -344,6 +344,30 @@ TEST(reader, a_stream_loads_from_where_it_stands)
     EXPECT_EQ(rest(r), "all of it");
 }
 
+TEST(reader, a_stream_is_asked_for_its_end_once)
+{
+    // A terminal ends when somebody says so, and begins again when it is read on.
+    struct terminal : std::stringbuf {
+        explicit terminal(const std::string& text) : std::stringbuf(text) {}
+        std::streamsize xsgetn(char* to, std::streamsize n) override
+        {
+            const std::streamsize got = std::stringbuf::xsgetn(to, n);
+            ends += got < n;
+            return got;
+        }
+        int ends = 0;
+    };
+    for (const std::size_t size : { 0, 5, 4095, 4096, 4097, 20000 }) {
+        const std::string text(size, 'x');
+        terminal typed(text);
+        std::istream in(&typed);
+        reader r;
+        EXPECT_EQ(r.load_stream(in), 0);
+        EXPECT_EQ(rest(r), text) << size;
+        EXPECT_EQ(typed.ends, 1) << size;
+    }
+}
+
 TEST(reader, a_reader_loads_from_another_by_copy)
 {
     reader source;
