@@ -25,6 +25,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -96,58 +97,6 @@ constexpr int key_quit = 28;
 constexpr int key_escape = 27;
 constexpr int key_delete = 127;
 
-/// The terminal's mode for reading single keys, put back when the object dies. Signals that
-/// end the program wait meanwhile, and keys that would send one arrive as characters, so
-/// that the mode is back before anything is delivered.
-class key_mode {
-public:
-    key_mode()
-    {
-        is_on_ = tcgetattr(STDIN_FILENO, &before_) == 0;
-        if (!is_on_)
-            return;
-        sigset_t ending;
-        sigemptyset(&ending);
-        for (const int signal : { SIGINT, SIGTERM, SIGHUP, SIGQUIT })
-            sigaddset(&ending, signal);
-        pthread_sigmask(SIG_BLOCK, &ending, &signals_before_);
-        ending_signals_ = signalfd(-1, &ending, SFD_CLOEXEC);
-
-        termios keys = before_;
-        keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG);
-        keys.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IGNCR | ISTRIP);
-        keys.c_cc[VMIN] = 1;
-        keys.c_cc[VTIME] = 0;
-        tcsetattr(STDIN_FILENO, TCSANOW, &keys);
-    }
-    key_mode(const key_mode&) = delete;
-    key_mode& operator=(const key_mode&) = delete;
-    ~key_mode()
-    {
-        if (!is_on_)
-            return;
-        tcsetattr(STDIN_FILENO, TCSANOW, &before_);
-        if (ending_signals_ >= 0)
-            close(ending_signals_);
-        pthread_sigmask(SIG_SETMASK, &signals_before_, nullptr);
-    }
-
-    bool is_on() const { return is_on_; }
-
-    /// Waits for a key; false when a signal came first.
-    bool wait() const
-    {
-        pollfd inputs[2] = { { STDIN_FILENO, POLLIN, 0 }, { ending_signals_, POLLIN, 0 } };
-        return uninterrupted([&] { return poll(inputs, 2, -1); }) > 0 && inputs[0].revents != 0;
-    }
-
-private:
-    termios before_;
-    sigset_t signals_before_;
-    int ending_signals_;
-    bool is_on_;
-};
-
 /// The next byte of standard input; -1 at its end.
 int read_byte()
 {
@@ -195,6 +144,80 @@ int key_of(int byte)
     }
 }
 
+/// The terminal's mode for reading single keys, put back when the object dies. Signals that
+/// end the program wait meanwhile, and keys that would send one arrive as characters, so
+/// that the mode is back before anything is delivered.
+class key_mode {
+public:
+    key_mode()
+    {
+        is_on_ = tcgetattr(STDIN_FILENO, &before_) == 0;
+        if (!is_on_)
+            return;
+        sigset_t ending;
+        sigemptyset(&ending);
+        for (const int signal : { SIGINT, SIGTERM, SIGHUP, SIGQUIT })
+            sigaddset(&ending, signal);
+        pthread_sigmask(SIG_BLOCK, &ending, &signals_before_);
+        ending_signals_ = signalfd(-1, &ending, SFD_CLOEXEC);
+        apply();
+    }
+    key_mode(const key_mode&) = delete;
+    key_mode& operator=(const key_mode&) = delete;
+    ~key_mode()
+    {
+        if (!is_on_)
+            return;
+        tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+        if (ending_signals_ >= 0)
+            close(ending_signals_);
+        pthread_sigmask(SIG_SETMASK, &signals_before_, nullptr);
+    }
+
+    bool is_on() const { return is_on_; }
+
+    /// The next key, -1 at the end of the input, 0 when a signal came first.
+    int next_key() const
+    {
+        int key = 0;
+        while (key == 0 && wait()) {
+            const int byte = read_byte();
+            key = byte < 0 ? -1 : key_of(byte);
+        }
+        return key;
+    }
+
+private:
+    void apply() const
+    {
+        termios keys = before_;
+        keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG);
+        keys.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IGNCR | ISTRIP);
+        keys.c_cc[VMIN] = 1;
+        keys.c_cc[VTIME] = 0;
+        tcsetattr(STDIN_FILENO, TCSANOW, &keys);
+    }
+
+    /// Waits for a key; false when a signal came first.
+    bool wait() const
+    {
+        pollfd inputs[2] = { { STDIN_FILENO, POLLIN, 0 }, { ending_signals_, POLLIN, 0 } };
+        int ready;
+        while ((ready = poll(inputs, 2, -1)) < 0 && errno == EINTR)
+            apply(); // the program may have been stopped, and a shell may have set its own mode
+        return ready > 0 && inputs[0].revents != 0;
+    }
+
+    termios before_;
+    sigset_t signals_before_;
+    int ending_signals_;
+    bool is_on_;
+};
+
+/// The mode while it is held. There is one standard input, and at `exit` its mode is
+/// put back too.
+std::optional<key_mode> held_keys;
+
 int signal_of(int key)
 {
     return key == key_interrupt ? SIGINT : key == key_suspend ? SIGTSTP : key == key_quit ? SIGQUIT : 0;
@@ -202,25 +225,38 @@ int signal_of(int key)
 
 } // namespace
 
+void sys_console_hold_keys()
+{
+    if (!held_keys)
+        held_keys.emplace();
+}
+
+bool sys_console_release_keys()
+{
+    const bool was_held = held_keys.has_value();
+    held_keys.reset();
+    return was_held;
+}
+
 int sys_console_getch()
 {
-    for (;;) {
-        int key = 0;
-        {
-            const key_mode mode;
-            if (!mode.is_on())
-                return -1;
-            while (key == 0 && mode.wait()) {
-                const int byte = read_byte();
-                key = byte < 0 ? -1 : key_of(byte);
-            }
-        }
+    const bool is_held = held_keys.has_value();
+    int key = 0;
+    while (key == 0) {
+        sys_console_hold_keys();
+        key = held_keys->is_on() ? held_keys->next_key() : -1;
         const int signal = signal_of(key);
+        if (key != 0 && signal == 0)
+            break;
+        // What waits is delivered here, the mode being back.
+        sys_console_release_keys();
         if (signal != 0)
             raise(signal);
-        else if (key != 0)
-            return key;
+        key = 0;
     }
+    if (!is_held)
+        sys_console_release_keys();
+    return key;
 }
 
 bool sys_console_is_terminal() { return isatty(STDIN_FILENO) == 1; }

@@ -67,6 +67,10 @@ int sys_console_getch()
     }
 }
 
+// The console shows nothing that is typed while nobody reads a line.
+void sys_console_hold_keys() {}
+bool sys_console_release_keys() { return false; }
+
 bool sys_console_is_terminal()
 {
     DWORD mode;

@@ -54,6 +54,34 @@ int read_file_key(bool& is_after_return)
     return ch == key_line_feed ? key_return : ch;
 }
 
+// Holds the terminal in the editor's mode.
+struct key_hold {
+    key_hold() { sys_console_hold_keys(); }
+    key_hold(const key_hold&) = delete;
+    key_hold& operator=(const key_hold&) = delete;
+    ~key_hold() { sys_console_release_keys(); }
+};
+
+// Gives a command the terminal as it was before the editor.
+struct key_pause {
+    key_pause() : was_held(sys_console_release_keys()) {}
+    key_pause(const key_pause&) = delete;
+    key_pause& operator=(const key_pause&) = delete;
+    ~key_pause()
+    {
+        if (was_held)
+            sys_console_hold_keys();
+    }
+
+    const bool was_held;
+};
+
+int execute_typed(shell& sh, const char* line)
+{
+    const key_pause pause;
+    return sh.execute(line);
+}
+
 struct open_file {
     std::FILE* stream;
 
@@ -179,6 +207,7 @@ void shell::run_editor(const char* prompt)
     int r = err::ok;
     const bool is_terminal = sys_console_is_terminal();
     bool is_after_return = false;
+    const key_hold hold;
     show(prompt);
     while (r >= 0) {
         const int ch = is_terminal ? sys_console_getch() : read_file_key(is_after_return);
@@ -197,15 +226,13 @@ int shell::do_getch(const char* prompt, char* line, unsigned& length, int ch)
     case key_tab:
         complete(prompt, line, length);
         break;
-    case key_return: {
+    case key_return:
         show("\n");
-        const int r = execute(line);
-        if (r == err::exit)
-            return r;
+        if (execute_typed(*this, line) == err::exit)
+            return err::exit;
         length = 0;
         show(prompt);
         break;
-    }
     case key_backspace:
         if (length > 0) {
             show("\b \b");

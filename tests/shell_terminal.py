@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Types at `kro shell` through a pseudo-terminal and compares what the terminal shows.
+"""Types at `kro shell` and `kro debug` through a pseudo-terminal and compares what the
+terminal shows, how the program ends and the mode that the terminal is left in.
 
     shell_terminal.py KRO
 """
@@ -13,100 +14,197 @@ import tempfile
 import termios
 import time
 
-PROMPT = b"kro> "
-END_OF_INPUT = b"kro> error: \xb6\xc1\xc8\xa1\xb1\xea\xd7\xbc\xca\xe4\xc8\xeb\xca\xa7\xb0\xdc\xa3\xac" \
+PATIENCE = 30
+SHELL_PROMPT = b"kro> "
+DEBUG_PROMPT = b"(debug) "
+END_OF_INPUT = b"error: \xb6\xc1\xc8\xa1\xb1\xea\xd7\xbc\xca\xe4\xc8\xeb\xca\xa7\xb0\xdc\xa3\xac" \
                b"\xb3\xcc\xd0\xf2\xcd\xcb\xb3\xf6\r\n"
 
-# What is typed, what is shown, and how the program ends.
-CASES = [
-    ("typing and Tab", b"ev\t1 + 2\rquit\r", b"kro> eval 1 + 2\r\n3\r\nkro> quit\r\n", 0),
-    ("Tab with several names", b"e\t\x08vars\rquit\r",
-     b"kro> e\r\neval err \r\nkro> e\x08 \x08vars\r\nkro> quit\r\n", 0),
-    ("backspace, both codes", b"eval 12\x083\x7f4\rquit\r",
-     b"kro> eval 12\x08 \x083\x08 \x084\r\n14\r\nkro> quit\r\n", 0),
-    ("two-byte characters", b"set n=\xc4\xe3\reval n\rquit\r",
-     b"kro> set n=\xc4\xe3\r\nkro> eval n\r\n\xc4\xe3\r\nkro> quit\r\n", 0),
-    ("end of input", b"\x04", END_OF_INPUT, 0),
-    ("Ctrl-C", b"ev\x03", b"kro> ev", -signal.SIGINT),
+
+class Terminal:
+    """A program at a terminal of its own."""
+
+    def __init__(self, kro, folder, command, prompt):
+        self.prompt = prompt
+        self.shown = b""
+        self.seen = 0  # what was shown before the last keys were sent
+        self.master, self.slave = pty.openpty()
+        self.before = self.mode()
+        self.child = os.fork()
+        if self.child == 0:
+            os.chdir(folder)
+            os.setsid()
+            fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
+            for fd in (0, 1, 2):
+                os.dup2(self.slave, fd)
+            os.execv(kro, [kro] + command)
+        self.wait_for_prompt()
+
+    def mode(self):
+        return termios.tcgetattr(self.slave)
+
+    def wait_for_mode(self, echoes):
+        """The editor takes keys in a mode without echo; whoever reads lines has it."""
+        limit = time.monotonic() + PATIENCE
+        while bool(self.mode()[3] & termios.ECHO) != echoes:
+            if time.monotonic() > limit:
+                raise TimeoutError("echo is %s" % ("off" if echoes else "on"))
+            time.sleep(0.001)
+
+    def wait_until(self, is_enough):
+        while not is_enough(self.shown):
+            if not select.select([self.master], [], [], PATIENCE)[0]:
+                raise TimeoutError(self.shown)
+            try:
+                piece = os.read(self.master, 4096)
+            except OSError:
+                break
+            if not piece:
+                break
+            self.shown += piece
+
+    def wait_for_prompt(self):
+        self.wait_until(lambda text: len(text) > self.seen and text.endswith(self.prompt))
+
+    def wait_for_answer(self):
+        self.wait_until(lambda text: len(text) > self.seen)
+
+    def send(self, keys):
+        self.seen = len(self.shown)
+        os.write(self.master, keys)
+
+    def kill(self, number):
+        os.kill(self.child, number)
+
+    def hang_up(self):
+        os.close(self.master)
+        self.master = None
+
+    def end(self):
+        """Returns what was shown, the exit status, and whether the mode is what it was."""
+        status = os.waitstatus_to_exitcode(os.waitpid(self.child, 0)[1])
+        is_restored = self.master is None or self.mode() == self.before
+        os.close(self.slave)
+        if self.master is not None:
+            # Nobody holds the terminal now, so reading it ends.
+            self.wait_until(lambda _: False)
+            os.close(self.master)
+        return self.shown, status, is_restored
+
+
+def type_keys(terminal, keys):
+    """One key at a time, each when the one before was answered."""
+    terminal.wait_for_mode(echoes=False)
+    for i, key in enumerate(keys):
+        terminal.send(bytes([key]))
+        if i + 1 == len(keys):
+            break
+        # The answer to a line ends with the next prompt.
+        if key == 13:
+            terminal.wait_for_prompt()
+            terminal.wait_for_mode(echoes=False)
+        else:
+            terminal.wait_for_answer()
+
+
+def paste(terminal, keys):
+    """All keys at once: each is shown by the editor and by nobody else."""
+    terminal.wait_for_mode(echoes=False)
+    terminal.send(keys)
+
+
+def read_in_command(terminal, _):
+    """A command that reads the terminal has it as it was before the editor, up to its end."""
+    for script in (b"six: $[@6]\n\x04", b"seven: $[@7]\n\x04"):
+        type_keys(terminal, b"run -")
+        terminal.send(b"\r")
+        terminal.wait_for_mode(echoes=True)
+        assert terminal.mode() == terminal.before
+        terminal.send(script)
+        terminal.wait_for_prompt()
+    type_keys(terminal, b"quit\r")
+
+
+def terminate(terminal, _):
+    type_keys(terminal, b"ev")
+    terminal.wait_until(lambda text: text.endswith(b"ev"))
+    terminal.kill(signal.SIGTERM)
+
+
+def hang_up(terminal, _):
+    terminal.wait_for_mode(echoes=False)
+    terminal.hang_up()
+
+
+def type_lines(terminal, lines):
+    """The debugger reads whole lines: the terminal shows what is typed."""
+    *answered, last = lines.splitlines(keepends=True)
+    for line in answered:
+        terminal.send(line)
+        terminal.wait_for_prompt()
+    terminal.send(last)
+
+
+def interrupt_lines(terminal, _):
+    type_lines(terminal, b"next\n\x03")
+
+
+# What is done, with what, what is shown behind the prompt, and how the program ends.
+SHELL_CASES = [
+    ("typing and Tab", type_keys, b"ev\t1 + 2\rquit\r", b"eval 1 + 2\r\n3\r\nkro> quit\r\n", 0),
+    ("Tab with several names", type_keys, b"e\t\x08vars\rquit\r",
+     b"e\r\neval err \r\nkro> e\x08 \x08vars\r\nkro> quit\r\n", 0),
+    ("backspace, both codes", type_keys, b"eval 12\x083\x7f4\rquit\r",
+     b"eval 12\x08 \x083\x08 \x084\r\n14\r\nkro> quit\r\n", 0),
+    ("two-byte characters", type_keys, b"set n=\xc4\xe3\reval n\rquit\r",
+     b"set n=\xc4\xe3\r\nkro> eval n\r\n\xc4\xe3\r\nkro> quit\r\n", 0),
+    ("pasted lines", paste, b"set x=1\neval x + 1\nquit\n",
+     b"set x=1\r\nkro> eval x + 1\r\n2\r\nkro> quit\r\n", 0),
+    ("pasted keys", paste, b"ev\t1\x08\x1b[A2\x1bOH\rq\t\r", b"eval 1\x08 \x082\r\n2\r\nkro> quit \r\n", 0),
+    ("a command that reads", read_in_command, None,
+     b"run -\r\nsix: $[@6]\r\nsix: 6\r\nkro> run -\r\nseven: $[@7]\r\nseven: 7\r\nkro> quit\r\n", 0),
+    ("end of input", type_keys, b"\x04", END_OF_INPUT, 0),
+    ("end of input behind keys", type_keys, b"ev\x04", b"ev" + END_OF_INPUT, 0),
+    ("Ctrl-C", type_keys, b"ev\x03", b"ev", -signal.SIGINT),
+    ("Ctrl-C behind a command", type_keys, b"eval 1\rev\x03", b"eval 1\r\n1\r\nkro> ev", -signal.SIGINT),
+    ("Ctrl-\\", type_keys, b"\x1c", b"", -signal.SIGQUIT),
+    ("a signal that ends the program", terminate, None, b"ev", -signal.SIGTERM),
+    ("a lost terminal", hang_up, None, b"", -signal.SIGHUP),
+]
+
+SCRIPT = b"one\n$[x = 1]\ntwo $[@x]\n"
+STOP = b"s.xpp:1 in __main__\r\n    one\r\n(debug) "
+DEBUG_CASES = [
+    ("debugging", type_lines, b"next\nprint x + 1\ncontinue\nquit\n",
+     b"next\r\n| one\r\ns.xpp:2 in __main__\r\n    $[x = 1]\r\n(debug) print x + 1\r\nerror: undefined identifier: x\r\n"
+     b"(debug) continue\r\n| \r\n| two 1\r\nthe script has ended\r\n(debug) quit\r\n", 0),
+    ("end of input", type_lines, b"n\x7fstep\n\x04", b"n\x08 \x08step\r\n| one\r\ns.xpp:2 in __main__\r\n    $[x = 1]\r\n(debug) ", 0),
+    ("Ctrl-C", interrupt_lines, None, b"next\r\n| one\r\ns.xpp:2 in __main__\r\n    $[x = 1]\r\n(debug) ^C", -signal.SIGINT),
 ]
 
 
-def read_until(master, shown, is_enough):
-    """Appends what the program shows until there is enough of it, or it ends."""
-    while not is_enough(shown):
-        if not select.select([master], [], [], 20)[0]:
-            raise TimeoutError(shown)
-        try:
-            piece = os.read(master, 4096)
-        except OSError:
-            break
-        if not piece:
-            break
-        shown += piece
-    return shown
-
-
-def wait_for_key_mode(slave):
-    """Returns when the program waits for a key: the terminal does not echo then."""
-    limit = time.monotonic() + 20
-    while termios.tcgetattr(slave)[3] & termios.ECHO:
-        if time.monotonic() > limit:
-            raise TimeoutError("the terminal still echoes")
-        time.sleep(0.001)
-
-
-def run(kro, folder, keys, is_pasted=False):
-    master, slave = pty.openpty()
-    before = termios.tcgetattr(slave)
-    child = os.fork()
-    if child == 0:
-        os.chdir(folder)
-        os.setsid()
-        fcntl.ioctl(slave, termios.TIOCSCTTY, 0)
-        for fd in (0, 1, 2):
-            os.dup2(slave, fd)
-        os.execv(kro, [kro, "shell"])
-    shown = read_until(master, b"", lambda text: text.endswith(PROMPT))
-    wait_for_key_mode(slave)
-    if is_pasted:
-        os.write(master, keys)
-    for i, key in enumerate(b"" if is_pasted else keys):
-        seen = len(shown)
-        os.write(master, bytes([key]))
-        if i + 1 == len(keys):
-            break
-        # The program answers each key; a line's answer ends with the next prompt.
-        shown = read_until(master, shown, lambda text: text.endswith(PROMPT) if key == 13 else len(text) > seen)
-        wait_for_key_mode(slave)
-    status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
-    after = termios.tcgetattr(slave)
-    os.set_blocking(master, False)
-    try:
-        shown += os.read(master, 4096)
-    except BlockingIOError:
-        pass
-    os.close(master)
-    os.close(slave)
-    return shown, status, before == after
+def run(kro, command, prompt, begin, cases):
+    failures = 0
+    for name, act, keys, expected, expected_status in cases:
+        with tempfile.TemporaryDirectory() as folder:
+            with open(os.path.join(folder, "s.xpp"), "wb") as script:
+                script.write(SCRIPT)
+            terminal = Terminal(kro, folder, command, prompt)
+            act(terminal, keys)
+            shown, status, is_restored = terminal.end()
+        if (shown, status, is_restored) != (begin + expected, expected_status, True):
+            failures += 1
+            print("%s, %s: shown %r, status %d, mode %s\n    expected %r, status %d" % (
+                command[0], name, shown, status, "restored" if is_restored else "changed", begin + expected,
+                expected_status))
+    return failures
 
 
 def main():
     kro = os.path.abspath(sys.argv[1])
-    failures = 0
-    for name, keys, expected, expected_status in CASES:
-        with tempfile.TemporaryDirectory() as folder:
-            shown, status, is_restored = run(kro, folder, keys)
-        if (shown, status, is_restored) != (expected, expected_status, True):
-            failures += 1
-            print("%s: shown %r, status %d, mode %s\n    expected %r, status %d" % (
-                name, shown, status, "restored" if is_restored else "changed", expected, expected_status))
-    # Where the program does not wait for a key, the terminal may echo pasted text too.
-    with tempfile.TemporaryDirectory() as folder:
-        shown, status, is_restored = run(kro, folder, b"set x=1\neval x + 1\nquit\n", is_pasted=True)
-    if b"\n2\r\nkro> " not in shown or status != 0 or not is_restored:
-        failures += 1
-        print("pasted lines: shown %r, status %d" % (shown, status))
-    print("%d sessions, %d failures" % (len(CASES) + 1, failures))
+    failures = run(kro, ["shell"], SHELL_PROMPT, SHELL_PROMPT, SHELL_CASES)
+    failures += run(kro, ["debug", "s.xpp"], DEBUG_PROMPT, STOP, DEBUG_CASES)
+    print("%d sessions, %d failures" % (len(SHELL_CASES) + len(DEBUG_CASES), failures))
     return 1 if failures else 0
 
 
