@@ -31,6 +31,15 @@ string(REGEX REPLACE "/$" "" stdkro_up ${stdkro_up})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/stdkro.pc.in ${PROJECT_BINARY_DIR}/stdkro.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/stdkro.pc DESTINATION ${stdkro_pc_dir} COMPONENT dev)
 
+# gdb looks for the first by the full name of the library it loads: that of the packages.
+if(NOT WIN32)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/debuggers/krodll_gdb.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR}
+    RENAME libkrodll.so.${PROJECT_VERSION}-gdb.py COMPONENT dev)
+endif()
+install(FILES ${PROJECT_SOURCE_DIR}/tools/debuggers/krodll.natvis
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/stdkro COMPONENT dev)
+
 install(TARGETS kro RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md

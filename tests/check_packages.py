@@ -106,7 +106,8 @@ def check_debian(args, made, scratch):
         fail("the loader's cache was not renewed")
     usr = root.folder / "usr"
     require(usr, "lib/*/libkrodll.so.1", "lib/*/libkrodll.so", "lib/*/cmake/stdkro/stdkro-config.cmake",
-            "lib/*/pkgconfig/stdkro.pc", "include/stdkro/xpp.h", "bin/kro", "share/doc/*/docs/script.md")
+            "lib/*/pkgconfig/stdkro.pc", "include/stdkro/xpp.h", "bin/kro", "share/doc/*/docs/script.md",
+            "share/gdb/auto-load/usr/lib/*/libkrodll.so.%s-gdb.py" % args.version, "share/stdkro/krodll.natvis")
     build_consumer(args, usr, scratch)
     expect(CONSUMER_PRINTS, scratch / "consumer/consumer")
     expect("kro " + args.version, usr / "bin/kro", "version")

@@ -40,6 +40,23 @@ if(NOT STDKRO_SANITIZE)
   set_tests_properties(${STDKRO_TEST_PREFIX}packages PROPERTIES TIMEOUT 300)
 endif()
 
+# What debuggers show. gdb runs the program, which a sanitizer would not like.
+if(NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME ${STDKRO_TEST_PREFIX}natvis
+    COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/debuggers/check_natvis.py ${PROJECT_SOURCE_DIR})
+endif()
+if(NOT CMAKE_CROSSCOMPILING AND NOT STDKRO_SANITIZE)
+  add_executable(debugged_values debuggers/values.cpp)
+  target_link_libraries(debugged_values PRIVATE krodll)
+  target_compile_options(debugged_values PRIVATE -O0 -g)
+  stdkro_options(debugged_values)
+  add_test(NAME ${STDKRO_TEST_PREFIX}gdb
+    COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/debuggers/check_gdb.py
+    ${PROJECT_SOURCE_DIR}/tools/debuggers/krodll_gdb.py ${CMAKE_CURRENT_SOURCE_DIR}/debuggers/values.cpp
+    $<TARGET_FILE:debugged_values>)
+  set_tests_properties(${STDKRO_TEST_PREFIX}gdb PROPERTIES TIMEOUT 300)
+endif()
+
 # Each public header compiles alone, without a warning.
 file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/stdkro/*.h)
 foreach(header ${headers})

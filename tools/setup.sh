@@ -7,7 +7,7 @@ set -eu
 
 build="g++ cmake ninja-build"
 debian="dpkg-dev file fakeroot"
-test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config $debian"
+test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config gdb $debian"
 peers="libre2-dev libpugixml-dev"
 win32="g++-mingw-w64-i686-posix binutils-mingw-w64-i686"
 bench="$build libbenchmark-dev pkg-config python3 flex libglib2.0-dev liblua5.4-dev libmuparser-dev
