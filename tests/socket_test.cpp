@@ -137,6 +137,39 @@ TEST(Socket, without_a_handle_fails_with_the_code_of_each_operation)
     EXPECT_EQ(Socket::no_handle, s.detach());
 }
 
+TEST(Socket, with_a_dead_handle_fails_with_the_code_of_each_operation)
+{
+    Socket s;
+    ASSERT_EQ(0, s.create());
+    const unsigned dead = s.get_socket();
+    Socket(dead).close();
+    SockAddr a("127.0.0.1", 9);
+    char byte = 0;
+    unsigned long value = 0;
+    Socket t;
+    const timeval at_once = { 0, 0 };
+    EXPECT_EQ(err::send, s.send(&byte, 1));
+    EXPECT_EQ(err::receive, s.receive(&byte, 1));
+    EXPECT_EQ(-1, s.send_to(&a, &byte, 1));
+    EXPECT_EQ(-1, s.recv_from(&a, &byte, 1));
+    EXPECT_EQ(err::receive, s.recv_n(&byte, 1));
+    EXPECT_EQ(err::send, s.send_n(&byte, 1));
+    EXPECT_EQ(err::network, s.select(1, &at_once));
+    EXPECT_EQ(err::connection, s.connect(a));
+    EXPECT_EQ(err::network, s.bind(a));
+    EXPECT_EQ(err::network, s.listen(1));
+    EXPECT_EQ(err::network, s.getpeer(a));
+    EXPECT_EQ(err::network, s.getself(a));
+    EXPECT_EQ(err::network, s.sockctl(static_cast<long>(0x4004667Fu), &value));
+    EXPECT_EQ(err::network, s.set_async(true));
+    EXPECT_EQ(err::network, s.set_nodelay(true));
+    EXPECT_EQ(err::network, s.shutdown(2));
+    EXPECT_EQ(Socket::no_handle, s.accept(nullptr));
+    EXPECT_EQ(err::network, s.accept(t, nullptr));
+    EXPECT_EQ(dead, s.get_socket()) << "the handle is kept";
+    EXPECT_EQ(0, s.close());
+}
+
 TEST(Socket, sends_and_receives)
 {
     socket_pair p;

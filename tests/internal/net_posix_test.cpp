@@ -1,0 +1,442 @@
+// Signals, and calls of the system that end too early: what the POSIX side of the door makes
+// good.
+#include "../net_fixture.h"
+
+#include <stdkro/poller.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+namespace {
+
+// How many of the next calls end by an interruption, and how many calls there were.
+std::atomic<int> interruptions { 0 };
+std::atomic<int> call_count { 0 };
+
+// What the next call of any kind fails with; 0 for nothing.
+std::atomic<int> failure { 0 };
+
+// What waits in lists that the kernel keeps fail with.
+std::atomic<int> list_failure { 0 };
+
+bool is_interrupted()
+{
+    ++call_count;
+    if (failure != 0) {
+        errno = failure;
+        failure = 0;
+        return true;
+    }
+    if (interruptions == 0)
+        return false;
+    --interruptions;
+    errno = EINTR;
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+ssize_t __real_send(int fd, const void* bytes, size_t n, int flags);
+ssize_t __wrap_send(int fd, const void* bytes, size_t n, int flags)
+{
+    return is_interrupted() ? -1 : __real_send(fd, bytes, n, flags);
+}
+
+ssize_t __real_recv(int fd, void* bytes, size_t n, int flags);
+ssize_t __wrap_recv(int fd, void* bytes, size_t n, int flags)
+{
+    return is_interrupted() ? -1 : __real_recv(fd, bytes, n, flags);
+}
+
+ssize_t __real_sendto(int fd, const void* bytes, size_t n, int flags, const sockaddr* to, socklen_t size);
+ssize_t __wrap_sendto(int fd, const void* bytes, size_t n, int flags, const sockaddr* to, socklen_t size)
+{
+    return is_interrupted() ? -1 : __real_sendto(fd, bytes, n, flags, to, size);
+}
+
+ssize_t __real_recvfrom(int fd, void* bytes, size_t n, int flags, sockaddr* from, socklen_t* size);
+ssize_t __wrap_recvfrom(int fd, void* bytes, size_t n, int flags, sockaddr* from, socklen_t* size)
+{
+    return is_interrupted() ? -1 : __real_recvfrom(fd, bytes, n, flags, from, size);
+}
+
+int __real_accept4(int fd, sockaddr* peer, socklen_t* size, int flags);
+int __wrap_accept4(int fd, sockaddr* peer, socklen_t* size, int flags)
+{
+    return is_interrupted() ? -1 : __real_accept4(fd, peer, size, flags);
+}
+
+// An interrupted connect goes on by itself.
+int __real_connect(int fd, const sockaddr* address, socklen_t size);
+int __wrap_connect(int fd, const sockaddr* address, socklen_t size)
+{
+    if (interruptions == 0)
+        return __real_connect(fd, address, size);
+    __real_connect(fd, address, size);
+    return is_interrupted() ? -1 : 0;
+}
+
+// The outcome of such a connection.
+std::atomic<int> connect_error { 0 };
+int __real_getsockopt(int fd, int level, int option, void* value, socklen_t* size);
+int __wrap_getsockopt(int fd, int level, int option, void* value, socklen_t* size)
+{
+    const int r = __real_getsockopt(fd, level, option, value, size);
+    if (connect_error != 0)
+        *static_cast<int*>(value) = connect_error;
+    return r;
+}
+
+int __real_poll(pollfd* records, nfds_t count, int ms);
+int __wrap_poll(pollfd* records, nfds_t count, int ms)
+{
+    return is_interrupted() ? -1 : __real_poll(records, count, ms);
+}
+
+int __real_ppoll(pollfd* records, nfds_t count, const timespec* limit, const sigset_t* mask);
+int __wrap_ppoll(pollfd* records, nfds_t count, const timespec* limit, const sigset_t* mask)
+{
+    return is_interrupted() ? -1 : __real_ppoll(records, count, limit, mask);
+}
+
+int __real_epoll_pwait2(int list, epoll_event* events, int room, const timespec* limit, const sigset_t* mask);
+int __wrap_epoll_pwait2(int list, epoll_event* events, int room, const timespec* limit, const sigset_t* mask)
+{
+    if (list_failure != 0) {
+        errno = list_failure;
+        return -1;
+    }
+    return is_interrupted() ? -1 : __real_epoll_pwait2(list, events, room, limit, mask);
+}
+
+int __real_socket(int family, int type, int protocol);
+int __wrap_socket(int family, int type, int protocol)
+{
+    return is_interrupted() ? -1 : __real_socket(family, type, protocol);
+}
+
+} // extern "C"
+
+namespace {
+
+struct reader : fdbase {
+    Socket& socket;
+    int reads = 0;
+
+    explicit reader(Socket& s) : socket(s) {}
+    int get_events(int& events) override
+    {
+        events = EV_READ;
+        return get_fd();
+    }
+    int get_fd() override { return static_cast<int>(socket.get_socket()); }
+    int do_read() override { return ++reads; }
+};
+
+// ---- calls that are interrupted or fail ------------------------------------------------
+
+TEST(an_interruption, is_made_good_by_every_operation)
+{
+    socket_pair p;
+    listener server;
+    char bytes[8];
+    SockAddr address = server.address;
+    Socket client;
+    Socket accepted;
+    const struct {
+        const char* what;
+        std::function<int()> operation;
+        int result;
+    } cases[] = {
+        { "send", [&] { return p.here.send("abc", 3); }, 3 },
+        { "receive", [&] { return p.there.receive(bytes, 8); }, 3 },
+        { "send_n", [&] { return p.here.send_n("abc", 3); }, 3 },
+        { "recv_n", [&] { return p.there.recv_n(bytes, 3); }, 3 },
+        { "send_to", [&] { return p.here.send_to(nullptr, "abc", 3); }, 3 },
+        { "select", [&] { return p.there.select(1, nullptr); }, 0 },
+        { "recv_from", [&] { return p.there.recv_from(nullptr, bytes, 8); }, 3 },
+        { "connect", [&] { return client.connect(address); }, 0 },
+        { "accept", [&] { return server.accept(accepted, nullptr); }, 0 },
+    };
+    client.create();
+    for (const auto& c : cases) {
+        interruptions = 3;
+        EXPECT_EQ(c.result, c.operation()) << c.what;
+        EXPECT_EQ(0, interruptions) << c.what;
+    }
+}
+
+TEST(an_interruption, does_not_hide_that_a_connection_is_refused)
+{
+    listener server;
+    Socket client;
+    client.create();
+    interruptions = 1;
+    connect_error = ECONNREFUSED;
+    EXPECT_EQ(err::connection, client.connect(server.address));
+    connect_error = 0;
+    EXPECT_TRUE(client.is_valid());
+}
+
+TEST(an_interruption, does_not_lengthen_a_wait)
+{
+    socket_pair p;
+    const timeval at_once = { 0, 0 };
+    interruptions = 5;
+    EXPECT_EQ(err::timeout, p.here.select(1, &at_once));
+    EXPECT_EQ(0, interruptions);
+}
+
+using loops = testing::Types<selector, poller, epoller>;
+template <class loop> struct failing_wait : testing::Test { };
+TYPED_TEST_SUITE(failing_wait, loops);
+
+TYPED_TEST(failing_wait, is_reported_and_harms_nothing)
+{
+    socket_pair p;
+    TypeParam loop(2);
+    reader r(p.here);
+    loop.add(r, EV_READ);
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    for (const int error : { ENOMEM, EAGAIN, EFAULT }) {
+        // Lists that the kernel keeps fail first, and then the way without them.
+        list_failure = failure = error;
+        EXPECT_EQ(-1, loop.wait(nullptr));
+        list_failure = failure = 0;
+        EXPECT_EQ(1, loop.wait(nullptr));
+    }
+    EXPECT_EQ(3, r.reads);
+}
+
+TYPED_TEST(failing_wait, is_none_when_interrupted)
+{
+    socket_pair p;
+    TypeParam loop(2);
+    reader r(p.here);
+    loop.add(r, EV_READ);
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    interruptions = 3;
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ(0, interruptions);
+    EXPECT_EQ(1, r.reads);
+}
+
+TEST(failing_calls, are_reported_and_harm_nothing)
+{
+    socket_pair p;
+    listener server;
+    Socket client;
+    char bytes[8];
+    const struct {
+        const char* what;
+        int error;
+        std::function<int()> operation;
+        int result;
+    } cases[] = {
+        { "create", EMFILE, [&] { return client.create(); }, err::network },
+        { "create_server", ENFILE, [&] { return client.create_server(SockAddr("127.0.0.1", 0)); }, err::network },
+        { "accept", EMFILE, [&] { return server.accept(client, nullptr); }, err::network },
+        { "accept", ECONNABORTED, [&] { return server.accept(client, nullptr); }, err::network },
+        { "accept", EAGAIN, [&] { return server.accept(client, nullptr); }, err::network },
+        { "send", EAGAIN, [&] { return p.here.send("abc", 3); }, err::send },
+        { "send", ENOBUFS, [&] { return p.here.send("abc", 3); }, err::send },
+        { "send_n", EAGAIN, [&] { return p.here.send_n("abc", 3); }, err::send },
+        { "send_n", EPIPE, [&] { return p.here.send_n("abc", 3); }, err::send },
+        { "send_to", EAGAIN, [&] { return p.here.send_to(nullptr, "abc", 3); }, -1 },
+        { "receive", EAGAIN, [&] { return p.there.receive(bytes, 8); }, err::receive },
+        { "receive", ECONNRESET, [&] { return p.there.receive(bytes, 8); }, err::receive },
+        { "recv_n", EAGAIN, [&] { return p.there.recv_n(bytes, 3); }, err::receive },
+        { "recv_from", EAGAIN, [&] { return p.there.recv_from(nullptr, bytes, 8); }, -1 },
+        { "select", ENOMEM, [&] { return p.there.select(1, nullptr); }, err::network },
+    };
+    for (const auto& c : cases) {
+        failure = c.error;
+        EXPECT_EQ(c.result, c.operation()) << c.what;
+        EXPECT_EQ(0, failure) << c.what;
+    }
+    EXPECT_EQ(3, p.here.send("abc", 3));
+    EXPECT_EQ(3, p.there.recv_n(bytes, 3)) << "and afterwards everything works";
+}
+
+// One call of the system for each send and receive.
+TEST(system_calls, are_no_more_than_one_for_each_operation)
+{
+    socket_pair p;
+    char bytes[8];
+    call_count = 0;
+    p.here.send("abc", 3);
+    p.there.receive(bytes, 8);
+    p.here.send_n("abc", 3);
+    p.there.recv_n(bytes, 3);
+    EXPECT_EQ(4, call_count);
+}
+
+// ---- signals ---------------------------------------------------------------------------
+
+std::atomic<int> caught { 0 };
+void count_signal(int) { ++caught; }
+
+/// Interrupts the thread that made it again and again, until it dies.
+class interrupter {
+public:
+    interrupter()
+    {
+        struct sigaction action = {};
+        action.sa_handler = count_signal; // without SA_RESTART: waits end
+        sigaction(SIGUSR1, &action, &before_);
+        caught = 0;
+        thread_ = std::thread([this, target = pthread_self()] {
+            while (!is_over_) {
+                pthread_kill(target, SIGUSR1);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    }
+    ~interrupter()
+    {
+        is_over_ = true;
+        thread_.join();
+        sigaction(SIGUSR1, &before_, nullptr);
+    }
+
+private:
+    struct sigaction before_;
+    std::atomic<bool> is_over_ { false };
+    std::thread thread_;
+};
+
+/// Does something on another thread after at least ten signals were caught.
+std::thread after_ten_signals(std::function<void()> f)
+{
+    return std::thread([=] {
+        while (caught < 10)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        f();
+    });
+}
+
+TEST(signals, do_not_end_blocking_operations)
+{
+    socket_pair p;
+    listener server;
+    char bytes[8];
+    Socket accepted;
+    Socket client;
+    client.create();
+    const struct {
+        const char* what;
+        std::function<int()> operation;
+        std::function<void()> end;
+        int result;
+    } cases[] = {
+        { "receive", [&] { return p.here.receive(bytes, 8); }, [&] { p.there.send("abc", 3); }, 3 },
+        { "recv_n", [&] { return p.here.recv_n(bytes, 3); }, [&] { p.there.send("abc", 3); }, 3 },
+        { "recv_from", [&] { return p.here.recv_from(nullptr, bytes, 8); }, [&] { p.there.send("abc", 3); }, 3 },
+        { "accept", [&] { return server.accept(accepted, nullptr); }, [&] { client.connect(server.address); }, 0 },
+        { "select", [&] { return p.here.select(1, nullptr); }, [&] { p.there.send("abc", 3); }, 0 },
+    };
+    for (const auto& c : cases) {
+        const interrupter interrupting;
+        std::thread ending = after_ten_signals(c.end);
+        EXPECT_EQ(c.result, c.operation()) << c.what;
+        ending.join();
+        EXPECT_GE(caught, 10);
+    }
+}
+
+template <class loop> struct interrupted : testing::Test { };
+TYPED_TEST_SUITE(interrupted, loops);
+
+TYPED_TEST(interrupted, waits_go_on)
+{
+    socket_pair p;
+    TypeParam loop(2);
+    reader r(p.here);
+    loop.add(r, EV_READ);
+    const timeval long_time = { 60, 0 };
+    for (const timeval* limit : { static_cast<const timeval*>(nullptr), &long_time }) {
+        const interrupter interrupting;
+        std::thread ending = after_ten_signals([&] { p.there.send("x", 1); });
+        EXPECT_EQ(1, loop.wait(limit));
+        ending.join();
+        char byte;
+        p.here.receive(&byte, 1);
+    }
+    EXPECT_EQ(2, r.reads);
+
+    const interrupter interrupting;
+    const timeval limit = { 1, 0 };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, loop.wait(&limit));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(990)) << "to the end of its time";
+}
+
+TEST(signals, do_not_end_the_sleep_of_an_empty_selector)
+{
+    selector loop(2);
+    const interrupter interrupting;
+    const timeval limit = { 0, 200000 };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, loop.wait(&limit));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(190));
+}
+
+// ---- SIGPIPE ---------------------------------------------------------------------------
+
+/// A socket to whom nobody listens any more, and which knows it.
+struct broken_socket : socket_pair {
+    broken_socket()
+    {
+        here.send("unread", 6);
+        there.select(1, nullptr);
+        there.close();
+        here.select(1, nullptr);
+    }
+};
+
+// A program that does nothing about SIGPIPE would die of one.
+TEST(SIGPIPE_DeathTest, is_raised_by_no_operation)
+{
+    EXPECT_EXIT(
+        {
+            std::signal(SIGPIPE, SIG_DFL);
+            broken_socket s;
+            broken_socket to_shut_down;
+            to_shut_down.here.shutdown(1);
+            bool has_failed = true;
+            for (int i = 0; i < 3; ++i) {
+                for (Socket* broken : { &s.here, &to_shut_down.here }) {
+                    if (i == 0)
+                        broken->receive(nullptr, 0); // takes the reset
+                    has_failed = has_failed && broken->send("x", 1) == err::send && broken->send_n("x", 1) == err::send
+                        && broken->send_to(nullptr, "x", 1) == -1;
+                }
+            }
+            std::exit(has_failed ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            std::signal(SIGPIPE, SIG_DFL);
+            broken_socket s;
+            for (int i = 0; i < 3; ++i)
+                __real_send(static_cast<int>(s.here.get_socket()), "x", 1, 0);
+            std::exit(0);
+        },
+        testing::KilledBySignal(SIGPIPE), "") << "the same without the library's care";
+}
+
+} // namespace
