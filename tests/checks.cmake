@@ -57,6 +57,16 @@ if(NOT CMAKE_CROSSCOMPILING AND NOT STDKRO_SANITIZE)
   set_tests_properties(${STDKRO_TEST_PREFIX}gdb PROPERTIES TIMEOUT 300)
 endif()
 
+# The grammar for editors reads scripts as the library's lexer does.
+if(NOT CMAKE_CROSSCOMPILING)
+  add_executable(lexer_listing editors/lexer_listing.cpp)
+  target_link_libraries(lexer_listing PRIVATE krodll)
+  stdkro_options(lexer_listing)
+  add_test(NAME ${STDKRO_TEST_PREFIX}editor_grammar
+    COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/editors/check_grammar.py ${PROJECT_SOURCE_DIR}
+    $<TARGET_FILE:lexer_listing>)
+endif()
+
 # Each public header compiles alone, without a warning.
 file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/stdkro/*.h)
 foreach(header ${headers})
