@@ -107,6 +107,7 @@ protected:
     void on_create() override;
 
 private:
+    int match_other(const char* begin, const char* end) const;
     int accepted_by(std::size_t state) const;
     int run_short(const char* p, const char* end) const;
     int run_long(const char* p, const char* end) const;
