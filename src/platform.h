@@ -114,6 +114,37 @@ const short sys_poll_out = 4;
 /// no record wants anything, or when one that does is not an open socket.
 int sys_poll(sys_poll_record* records, unsigned count, const timeval* limit, unsigned waker);
 
+/// A list of what to wait for that the system itself keeps from one wait to the next, so that a
+/// wait costs as much as is ready and not as much as is watched. It only replaces sys_poll where
+/// nobody can tell: whenever it cannot, its functions say so and sys_poll has to serve.
+struct sys_ready_list;
+/// One descriptor for such a list, each in one watch. `wanted` holds the conditions that the list waits
+/// for, 0 as long as it does not hold the descriptor; `closings` is the list's own.
+struct sys_watch {
+    int fd;
+    short wanted;
+    unsigned closings;
+};
+/// What sys_ready_wait gives besides a number.
+enum { sys_ready_stale = -1, sys_ready_unsure = -2 };
+
+/// An empty list with room for `capacity` descriptors whose waits end by `waker` too (sys_no_socket: none); null
+/// where the system keeps no such lists, or has nothing left for one.
+sys_ready_list* sys_ready_open(unsigned capacity, unsigned waker);
+/// Null does nothing.
+void sys_ready_close(sys_ready_list* list);
+/// Makes the list wait for other conditions, 0 for none. 0, or -1: then the list is stale.
+int sys_ready_set(sys_ready_list* list, sys_watch* watch, short wanted);
+/// Waits as sys_poll does; `watches` are all those of the list, and some that it does not hold. Returns how
+/// many descriptors are ready, and puts them into `ready`, in any order and with what is ready in
+/// `ready`; 0 after the time limit or when woken. sys_ready_unsure when only sys_poll can tell, now, and
+/// sys_ready_stale when some descriptor is no longer the one that was entered: the list is then
+/// to be closed. After both `limit` (null: none) is what is left of it.
+///
+/// Sockets closed by sys_socket_close are missed at once, those closed elsewhere a twentieth of a
+/// second later at most.
+int sys_ready_wait(sys_ready_list* list, sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit);
+
 /// Something to end a wait with from another thread, or sys_no_socket. Close it
 /// with sys_socket_close.
 unsigned sys_waker_open();

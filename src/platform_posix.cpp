@@ -40,6 +40,7 @@
 #include <sched.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -270,6 +271,19 @@ int descriptor_of(unsigned h) { return static_cast<int>(h); }
 sockaddr* generic(sockaddr_in* address) { return reinterpret_cast<sockaddr*>(address); }
 const sockaddr* generic(const sockaddr_in* address) { return reinterpret_cast<const sockaddr*>(address); }
 
+/// How often sockets were closed, all and those of a descriptor and a few others: a list that the
+/// kernel keeps (sys_ready_list) sees by them which of its descriptors may have become another.
+std::atomic<unsigned> all_closings { 0 };
+std::atomic<unsigned> closings_by_descriptor[4096];
+
+std::atomic<unsigned>& closings_of(int fd) { return closings_by_descriptor[static_cast<unsigned>(fd) % 4096]; }
+
+void count_closing(int fd)
+{
+    closings_of(fd).fetch_add(1, std::memory_order_relaxed);
+    all_closings.fetch_add(1, std::memory_order_release);
+}
+
 /// A connection that a signal interrupted goes on by itself: wait for its end.
 int finish_connecting(int fd)
 {
@@ -420,8 +434,10 @@ unsigned sys_socket_open(int family, int type, int protocol)
 
 void sys_socket_close(unsigned h)
 {
-    if (h != sys_no_socket)
-        close(descriptor_of(h));
+    if (h == sys_no_socket)
+        return;
+    close(descriptor_of(h));
+    count_closing(descriptor_of(h));
 }
 
 int sys_socket_bind(unsigned h, const sockaddr_in* address)
@@ -623,6 +639,212 @@ int sys_poll(sys_poll_record* given, unsigned count, const timeval* limit, unsig
     if (spurious)
         restore(records, count);
     return ready;
+}
+
+// The kernel's list is of open files and not of descriptors. Three things must not be seen of that:
+//
+// A descriptor that is closed leaves the list silently, or stays in it as long as a copy of it is
+// open somewhere; and its number may come back for another file. So descriptors are verified: entering
+// one again fails (EEXIST) exactly as long as it is what was entered. Those that
+// sys_socket_close may have closed are verified at once, all of them every now and then, and before
+// a wait that lasts.
+//
+// A child of fork shares the list with its parent and must not touch it.
+//
+// A hang-up is reported also to who does not wait for it.
+
+namespace {
+
+std::atomic<unsigned> forks { 0 };
+
+/// True from the first fork on that happens behind the first call.
+bool is_counting_forks()
+{
+    static const bool is_counting = pthread_atfork(nullptr, nullptr, [] { ++forks; }) == 0;
+    return is_counting;
+}
+
+/// A cheap clock.
+long long coarse_ms()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
+}
+
+/// Kernels before 5.11 count in milliseconds only: rounded up there.
+int wait_for_events(int epoll, epoll_event* events, int room, const timespec* limit)
+{
+    static std::atomic<bool> has_fine_limits { true };
+    if (has_fine_limits.load(std::memory_order_relaxed)) {
+        const int n = epoll_pwait2(epoll, events, room, limit, nullptr);
+        if (n >= 0 || (errno != ENOSYS && errno != EPERM))
+            return n;
+        has_fine_limits = false;
+    }
+    const int ms = limit ? static_cast<int>(limit->tv_sec * 1000 + (limit->tv_nsec + 999999) / 1000000) : -1;
+    return epoll_wait(epoll, events, room, ms);
+}
+
+} // namespace
+
+struct sys_ready_list {
+    static constexpr int verifying_period_ms = 50;
+    static constexpr std::uint64_t waker_mark = ~0ull;
+
+    sys_ready_list(unsigned capacity, unsigned waker)
+        : waker_(waker), room_(static_cast<int>(capacity) + 1), events_(new (std::nothrow) epoll_event[capacity + 1]),
+          epoll_(events_ && is_counting_forks() ? epoll_create1(EPOLL_CLOEXEC) : -1), forks_(forks),
+          closings_(all_closings), verified_(coarse_ms())
+    {
+    }
+    sys_ready_list(const sys_ready_list&) = delete;
+    sys_ready_list& operator=(const sys_ready_list&) = delete;
+    ~sys_ready_list()
+    {
+        if (epoll_ >= 0)
+            close(epoll_);
+    }
+
+    bool is_open()
+    {
+        return epoll_ >= 0
+            && (waker_ == sys_no_socket || control(EPOLL_CTL_ADD, descriptor_of(waker_), EPOLLIN, waker_mark) == 0);
+    }
+
+    int set(sys_watch& watch, short wanted)
+    {
+        const int operation = watch.wanted == 0 ? EPOLL_CTL_ADD : wanted == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
+        if (watch.wanted == wanted)
+            return 0;
+        if (is_of_other_process())
+            return -1;
+        watch.wanted = wanted;
+        if (operation == EPOLL_CTL_ADD)
+            watch.closings = closings_of(watch.fd).load(std::memory_order_relaxed);
+        return control(operation, watch);
+    }
+
+    int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
+    {
+        if (is_of_other_process() || !verify_closed(watches, count))
+            return sys_ready_stale;
+        countdown time(limit);
+        const int n = wait(watches, count, ready, time);
+        if (n < 0 && limit) {
+            time.refresh();
+            *limit = { time.left()->tv_sec, (time.left()->tv_nsec + 999) / 1000 };
+        }
+        return n;
+    }
+
+private:
+    bool is_of_other_process() const { return forks_ != forks.load(std::memory_order_relaxed); }
+
+    int control(int operation, int fd, std::uint32_t conditions, std::uint64_t mark)
+    {
+        epoll_event event;
+        event.events = conditions;
+        event.data.u64 = mark;
+        return epoll_ctl(epoll_, operation, fd, &event);
+    }
+
+    // What comes back with an event: the descriptor, and above it the conditions it is to be reported for.
+    int control(int operation, const sys_watch& watch)
+    {
+        const std::uint64_t conditions = static_cast<unsigned short>(watch.wanted);
+        return control(operation, watch.fd, static_cast<std::uint32_t>(conditions),
+                       conditions << 32 | static_cast<std::uint32_t>(watch.fd));
+    }
+
+    bool is_same(const sys_watch& watch) { return control(EPOLL_CTL_ADD, watch) < 0 && errno == EEXIST; }
+
+    bool verify_all(sys_watch* watches, unsigned count)
+    {
+        verified_ = coarse_ms();
+        return std::all_of(watches, watches + count, [&](const sys_watch& w) { return w.wanted == 0 || is_same(w); });
+    }
+
+    bool verify_closed(sys_watch* watches, unsigned count)
+    {
+        const unsigned closings = all_closings.load(std::memory_order_acquire);
+        if (closings == closings_)
+            return true;
+        closings_ = closings;
+        return std::all_of(watches, watches + count, [&](sys_watch& w) {
+            const unsigned of_this = closings_of(w.fd).load(std::memory_order_relaxed);
+            const bool may_be_closed = w.wanted != 0 && w.closings != of_this;
+            w.closings = of_this;
+            return !may_be_closed || is_same(w);
+        });
+    }
+
+    int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, countdown& time)
+    {
+        bool is_verified = false;
+        for (;;) {
+            const long long due_ms = verified_ + verifying_period_ms - coarse_ms();
+            if (!is_verified && due_ms <= 0) {
+                if (!verify_all(watches, count))
+                    return sys_ready_stale;
+                is_verified = true;
+            }
+            const timespec until_due = { 0, static_cast<long>(due_ms) * 1000000 };
+            const timespec* const left = time.left();
+            const bool is_last = is_verified || (left && left->tv_sec == 0 && left->tv_nsec <= until_due.tv_nsec);
+            const int n = wait_for_events(epoll_, events_.get(), room_, is_last ? left : &until_due);
+            if (n < 0 && errno != EINTR)
+                return sys_ready_stale;
+            if (n > 0)
+                return collect(n, ready);
+            if (n == 0 && is_last)
+                return 0;
+            time.refresh();
+        }
+    }
+
+    /// What has become ready, without the waker. When nothing has, although something was reported, the
+    /// kernel would report it again at once.
+    int collect(int n, sys_poll_record* ready)
+    {
+        bool is_woken = false;
+        int found = 0;
+        for (const epoll_event* e = events_.get(); e < events_.get() + n; ++e) {
+            if (e->data.u64 == waker_mark) {
+                is_woken = drain(waker_);
+                continue;
+            }
+            const pollfd p = { static_cast<int>(e->data.u64 & 0xFFFFFFFF), static_cast<short>(e->data.u64 >> 32),
+                               static_cast<short>(e->events) };
+            const short conditions = conditions_of(p);
+            if (conditions)
+                ready[found++] = { p.fd, p.events, conditions };
+        }
+        return found > 0 || is_woken ? found : static_cast<int>(sys_ready_unsure);
+    }
+
+    unsigned waker_;
+    int room_;
+    std::unique_ptr<epoll_event[]> events_;
+    int epoll_;
+    unsigned forks_;
+    unsigned closings_;
+    long long verified_;
+};
+
+sys_ready_list* sys_ready_open(unsigned capacity, unsigned waker)
+{
+    std::unique_ptr<sys_ready_list> list(new (std::nothrow) sys_ready_list(capacity, waker));
+    return list && list->is_open() ? list.release() : nullptr;
+}
+
+void sys_ready_close(sys_ready_list* list) { delete list; }
+
+int sys_ready_set(sys_ready_list* list, sys_watch* watch, short wanted) { return list->set(*watch, wanted); }
+
+int sys_ready_wait(sys_ready_list* list, sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
+{
+    return list->wait(watches, count, ready, limit);
 }
 
 unsigned sys_waker_open() { return static_cast<unsigned>(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)); }

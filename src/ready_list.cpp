@@ -1,34 +1,29 @@
-// The readiness lists: two parallel arrays, records and descriptors, in the order of
-// registration.
+// The readiness lists: parallel arrays in the order of registration.
+//
+// A wait is made in one of two ways that give the same results. The watch table rebuilds descriptor
+// sets in the order of the entries and always serves. The system's own list, where there is one, is
+// kept in step with every change and gives only what is ready; it is used as long as it
+// cannot be told from descriptor sets: no descriptor stands in two entries, no set is over-full, and
+// every descriptor is still what it was when it was entered.
 #include "ready_list.h"
 
 #include "watch_table.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <memory>
 #include <new>
 
 namespace {
 
-struct ready_list {
-    ep_record* records = nullptr;
-    int* descriptors = nullptr;
-    unsigned capacity = 0;
-    unsigned count = 0;
-    watch_table* watch = nullptr;
-    unsigned waker = sys_no_socket;
-    bool is_changed = false;
-};
-
-constexpr int list_count = 10;
-ready_list lists[list_count];
-
+constexpr int event_count = 3;
 // The bits of the lists in the order of the event bits 1, 2, 4.            ORDER events
-constexpr unsigned list_bits[3] = { EP_IN, EP_OUT, EP_ERR };
+constexpr unsigned list_bits[event_count] = { EP_IN, EP_OUT, EP_ERR };
 
 int events_of(unsigned bits)
 {
     int events = 0;
-    for (int k = 0; k < 3; ++k)
+    for (int k = 0; k < event_count; ++k)
         if (bits & list_bits[k])
             events |= 1 << k;
     return events;
@@ -37,118 +32,314 @@ int events_of(unsigned bits)
 unsigned bits_of(int events)
 {
     unsigned bits = 0;
-    for (int k = 0; k < 3; ++k)
+    for (int k = 0; k < event_count; ++k)
         if (events >> k & 1)
             bits |= list_bits[k];
     return bits;
 }
 
-ready_list* list_at(int number)
+short conditions_of(unsigned bits)
 {
-    return number >= 0 && number < list_count && lists[number].records ? lists + number : nullptr;
+    int conditions = 0;
+    for (int k = 0; k < event_count; ++k)
+        if (bits & list_bits[k])
+            conditions |= watch_table::condition_of[k];
+    return static_cast<short>(conditions);
 }
 
-void free_list(ready_list& list)
+class ready_list {
+public:
+    /// Null without memory.
+    static ready_list* create(unsigned capacity);
+    ready_list(const ready_list&) = delete;
+    ready_list& operator=(const ready_list&) = delete;
+    ~ready_list();
+
+    int control(int operation, int fd, const ep_record& record);
+    int wait(ep_record* results, unsigned most, const timeval* limit);
+    int wake() const { return sys_waker_wake(waker_); }
+
+private:
+    explicit ready_list(unsigned capacity);
+    bool has_memory() const { return table_ && is_indexed_ && conditions_ && is_ready_; }
+    unsigned words() const { return capacity_ / 64 + 1; }
+
+    int add(int fd, const ep_record& record);
+    void modify(unsigned at, const ep_record& record);
+    void remove(unsigned at);
+    void count_members(unsigned bits, int step);
+    void index_again();
+
+    bool fits_system() const;
+    bool is_in_system();
+    void watch_in_system(unsigned at, short conditions);
+    void leave_system();
+    int wait_in_system(ep_record* results, unsigned most, timeval* limit);
+    int wait_in_table(ep_record* results, unsigned most, const timeval* limit);
+
+    unsigned capacity_;
+    unsigned count_ = 0;
+    std::unique_ptr<ep_record[]> records_;
+    std::unique_ptr<sys_watch[]> watches_; // the descriptors, and how the system's list holds them
+    descriptor_index first_;               // the first entry of each descriptor
+    bool is_indexed_;
+    unsigned repeated_ = 0;              // entries whose descriptor has an earlier one
+    unsigned members_[event_count] = {}; // entries that want each event
+    unsigned waker_;
+
+    watch_table* table_;
+    bool is_changed_ = true; // since the table was filled
+
+    sys_ready_list* system_ = nullptr;
+    bool is_refused_ = false;                   // the system has taken no list of these entries
+    std::unique_ptr<sys_poll_record[]> found_;  // what it reports,
+    std::unique_ptr<short[]> conditions_;       // the same by entry,
+    std::unique_ptr<std::uint64_t[]> is_ready_; // and a bit for each entry
+};
+
+template <class element> element* allocate(bool is_wanted, unsigned n)
 {
-    delete[] list.records;
-    delete[] list.descriptors;
-    watch_table::destroy(list.watch);
-    sys_socket_close(list.waker);
-    list = ready_list();
+    return is_wanted ? new (std::nothrow) element[n]() : nullptr;
 }
 
-int find(const ready_list& list, int fd)
+ready_list::ready_list(unsigned capacity)
+    : capacity_(capacity), records_(allocate<ep_record>(true, capacity)),
+      watches_(allocate<sys_watch>(records_ != nullptr, capacity)), is_indexed_(watches_ && first_.create(capacity)),
+      waker_(sys_waker_open()), table_(watch_table::create(capacity, nullptr)),
+      found_(allocate<sys_poll_record>(is_indexed_, std::min(capacity, watch_table::most_descriptors))),
+      conditions_(allocate<short>(found_ != nullptr, capacity)),
+      is_ready_(allocate<std::uint64_t>(conditions_ != nullptr, words()))
 {
-    const int* const begin = list.descriptors;
-    const int* const end = begin + list.count;
-    const int* const found = fd < 0 ? end : std::find(begin, end, fd);
-    return found == end ? -1 : static_cast<int>(found - begin);
 }
 
-void rebuild_watch(ready_list& list)
+ready_list* ready_list::create(unsigned capacity)
 {
-    list.watch->clear();
-    for (unsigned i = 0; i < list.count; ++i)
-        list.watch->enter(list.descriptors[i], events_of(list.records[i].events));
-    list.is_changed = false;
+    std::unique_ptr<ready_list> list(new (std::nothrow) ready_list(capacity));
+    return list && list->has_memory() ? list.release() : nullptr;
 }
 
-} // namespace
-
-int ep_create(unsigned capacity)
+ready_list::~ready_list()
 {
-    ready_list* const list = std::find_if(lists, lists + list_count, [](const ready_list& l) { return !l.records; });
-    if (list == lists + list_count || capacity > 0x7FFFFFF)
+    sys_ready_close(system_);
+    watch_table::destroy(table_);
+    sys_socket_close(waker_);
+}
+
+// ---- entries ---------------------------------------------------------------------
+
+int ready_list::control(int operation, int fd, const ep_record& record)
+{
+    if (operation == EP_ADD)
+        return add(fd, record);
+    const int at = first_.find(fd);
+    if (at < 0 || (operation != EP_MODIFY && operation != EP_DELETE))
         return -1;
-    list->waker = sys_waker_open();
-    list->records = new (std::nothrow) ep_record[capacity];
-    list->descriptors = new (std::nothrow) int[capacity];
-    list->watch = watch_table::create(capacity, nullptr);
-    if (!list->records || !list->descriptors || !list->watch) {
-        free_list(*list);
-        return -1;
-    }
-    std::fill_n(list->descriptors, capacity, -1);
-    list->capacity = capacity;
-    list->is_changed = true;
-    return static_cast<int>(list - lists);
-}
-
-void ep_close(int number)
-{
-    if (ready_list* const list = list_at(number))
-        free_list(*list);
-}
-
-int ep_ctl(int number, int operation, int fd, const ep_record& record)
-{
-    ready_list* const list = list_at(number);
-    if (!list)
-        return -1;
-    if (operation == EP_ADD) {
-        if (fd < 0 || list->count >= list->capacity)
-            return -1;
-        list->records[list->count] = record;
-        list->descriptors[list->count++] = fd;
-    } else {
-        const int at = find(*list, fd);
-        if (at < 0 || (operation != EP_MODIFY && operation != EP_DELETE))
-            return -1;
-        if (operation == EP_MODIFY) {
-            list->records[at] = record;
-        } else {
-            --list->count;
-            list->records[at] = list->records[list->count];
-            list->descriptors[at] = list->descriptors[list->count];
-        }
-    }
-    list->is_changed = true;
+    if (operation == EP_MODIFY)
+        modify(static_cast<unsigned>(at), record);
+    else
+        remove(static_cast<unsigned>(at));
     return 0;
 }
 
-int ep_wait(int number, ep_record* results, unsigned most, const timeval* limit)
+int ready_list::add(int fd, const ep_record& record)
 {
-    ready_list* const list = list_at(number);
-    if (!list)
+    if (fd < 0 || count_ >= capacity_)
         return -1;
-    if (list->is_changed)
-        rebuild_watch(*list);
-    const int n = list->watch->wait(limit, list->waker);
+    records_[count_] = record;
+    watches_[count_] = { fd, 0, 0 };
+    if (first_.find(fd) < 0) {
+        first_.set(fd, static_cast<int>(count_));
+    } else {
+        ++repeated_;
+        leave_system();
+    }
+    count_members(record.events, 1);
+    watch_in_system(count_++, conditions_of(record.events));
+    return 0;
+}
+
+void ready_list::modify(unsigned at, const ep_record& record)
+{
+    count_members(records_[at].events, -1);
+    count_members(record.events, 1);
+    records_[at] = record;
+    watch_in_system(at, conditions_of(record.events));
+}
+
+// The last entry takes the place of the removed one.
+void ready_list::remove(unsigned at)
+{
+    watch_in_system(at, 0);
+    count_members(records_[at].events, -1);
+    first_.erase(watches_[at].fd);
+    --count_;
+    if (at < count_) {
+        records_[at] = records_[count_];
+        watches_[at] = watches_[count_];
+        first_.set(watches_[at].fd, static_cast<int>(at));
+    }
+    if (repeated_ > 0)
+        index_again();
+}
+
+void ready_list::count_members(unsigned bits, int step)
+{
+    for (int k = 0; k < event_count; ++k)
+        if (bits & list_bits[k])
+            members_[k] += static_cast<unsigned>(step);
+    is_changed_ = true;
+}
+
+void ready_list::index_again()
+{
+    first_.clear();
+    repeated_ = 0;
+    for (unsigned i = 0; i < count_; ++i) {
+        const int fd = watches_[i].fd;
+        if (first_.find(fd) < 0)
+            first_.set(fd, static_cast<int>(i));
+        else
+            ++repeated_;
+    }
+}
+
+// ---- waiting in the system's list --------------------------------------------------
+
+bool ready_list::fits_system() const
+{
+    const auto is_too_many = [](unsigned members) { return members > watch_table::set_limit; };
+    const auto is_some = [](unsigned members) { return members > 0; };
+    return repeated_ == 0 && std::none_of(members_, members_ + event_count, is_too_many)
+        && std::any_of(members_, members_ + event_count, is_some);
+}
+
+// The system's list is made at a wait, of all entries at once; from then on every change goes into it.
+bool ready_list::is_in_system()
+{
+    if (!fits_system())
+        return false;
+    if (system_ || is_refused_)
+        return system_ != nullptr;
+    system_ = sys_ready_open(std::min(capacity_, watch_table::most_descriptors), waker_);
+    for (unsigned i = 0; system_ && i < count_; ++i)
+        watch_in_system(i, conditions_of(records_[i].events));
+    is_refused_ = !system_;
+    return !is_refused_;
+}
+
+void ready_list::watch_in_system(unsigned at, short conditions)
+{
+    is_refused_ = false;
+    if (system_ && sys_ready_set(system_, &watches_[at], conditions) < 0)
+        leave_system();
+}
+
+void ready_list::leave_system()
+{
+    sys_ready_close(system_);
+    system_ = nullptr;
+    for (unsigned i = 0; i < count_; ++i)
+        watches_[i].wanted = 0;
+}
+
+// The bits bring what comes in any order into the order of the entries.
+int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit)
+{
+    const int n = sys_ready_wait(system_, watches_.get(), count_, found_.get(), limit);
+    if (n <= 0)
+        return n;
+    for (const sys_poll_record* p = found_.get(); p < found_.get() + n; ++p) {
+        const unsigned at = static_cast<unsigned>(first_.find(p->fd));
+        conditions_[at] = p->ready;
+        is_ready_[at / 64] |= std::uint64_t { 1 } << at % 64;
+    }
+    unsigned made = 0;
+    for (unsigned word = 0; word < words(); ++word) {
+        for (unsigned at = word * 64; is_ready_[word] != 0; ++at, is_ready_[word] >>= 1) {
+            if (!(is_ready_[word] & 1) || made == most)
+                continue;
+            results[made] = records_[at];
+            results[made++].events = bits_of(watch_table::events_of(conditions_[at]));
+        }
+    }
+    return static_cast<int>(made);
+}
+
+// ---- waiting in the table ----------------------------------------------------------
+
+int ready_list::wait_in_table(ep_record* results, unsigned most, const timeval* limit)
+{
+    if (is_changed_) {
+        table_->clear();
+        for (unsigned i = 0; i < count_; ++i)
+            table_->enter(watches_[i].fd, events_of(records_[i].events));
+        is_changed_ = false;
+    }
+    const int n = table_->wait(limit, waker_);
     if (n <= 0)
         return n;
     unsigned made = 0;
-    for (unsigned i = 0; i < list->count && made < most; ++i) {
-        const unsigned bits = bits_of(list->watch->ready(list->descriptors[i]));
+    for (unsigned i = 0; i < count_ && made < most; ++i) {
+        const unsigned bits = bits_of(table_->ready(watches_[i].fd));
         if (bits == 0)
             continue;
-        results[made] = list->records[i];
+        results[made] = records_[i];
         results[made++].events = bits;
     }
     return static_cast<int>(made);
 }
 
+int ready_list::wait(ep_record* results, unsigned most, const timeval* limit)
+{
+    timeval left = limit ? *limit : timeval();
+    int n = sys_ready_unsure;
+    if (is_in_system())
+        n = wait_in_system(results, most, limit ? &left : nullptr);
+    if (n == sys_ready_stale)
+        leave_system();
+    return n >= 0 ? n : wait_in_table(results, most, limit ? &left : nullptr);
+}
+
+// ---- the lists of the process --------------------------------------------------------
+
+constexpr int list_count = 10;
+ready_list* lists[list_count];
+
+ready_list* list_at(int number) { return number >= 0 && number < list_count ? lists[number] : nullptr; }
+
+} // namespace
+
+int ep_create(unsigned capacity)
+{
+    ready_list** const free = std::find(lists, lists + list_count, nullptr);
+    if (free == lists + list_count || capacity > 0x7FFFFFF)
+        return -1;
+    *free = ready_list::create(capacity);
+    return *free ? static_cast<int>(free - lists) : -1;
+}
+
+void ep_close(int number)
+{
+    if (ready_list* const list = list_at(number)) {
+        delete list;
+        lists[number] = nullptr;
+    }
+}
+
+int ep_ctl(int number, int operation, int fd, const ep_record& record)
+{
+    ready_list* const list = list_at(number);
+    return list ? list->control(operation, fd, record) : -1;
+}
+
+int ep_wait(int number, ep_record* results, unsigned most, const timeval* limit)
+{
+    ready_list* const list = list_at(number);
+    return list ? list->wait(results, most, limit) : -1;
+}
+
 int ep_wake(int number)
 {
     const ready_list* const list = list_at(number);
-    return list ? sys_waker_wake(list->waker) : -1;
+    return list ? list->wake() : -1;
 }

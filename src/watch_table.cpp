@@ -1,26 +1,8 @@
-// Records in the system's form and a small hash from descriptor to record.
+// Records in the system's form, and their numbers by descriptor.
 #include "watch_table.h"
 
 #include <algorithm>
 #include <new>
-
-namespace {
-
-// The conditions in the order of the event bits 1, 2, 4.            ORDER events
-constexpr short condition_of[3] = { sys_poll_in, sys_poll_out, sys_poll_exceptional };
-
-// Three sets of 1,024 hold at most so many different descriptors.
-constexpr unsigned most_descriptors = 3 * 1024;
-
-unsigned slots_for(unsigned capacity)
-{
-    unsigned slots = 4;
-    while (slots < 2 * capacity)
-        slots *= 2;
-    return slots;
-}
-
-} // namespace
 
 watch_table* watch_table::create(unsigned capacity, const watch_table* before)
 {
@@ -28,12 +10,9 @@ watch_table* watch_table::create(unsigned capacity, const watch_table* before)
     if (!table)
         return nullptr;
     table->capacity_ = std::min(capacity, most_descriptors);
-    const unsigned slots = slots_for(table->capacity_);
-    table->slot_mask_ = slots - 1;
     // One more, where the system's side puts the waker.
     table->records_ = new (std::nothrow) sys_poll_record[table->capacity_ + 1];
-    table->slots_ = new (std::nothrow) int[slots];
-    if (!table->records_ || !table->slots_) {
+    if (!table->numbers_.create(table->capacity_) || !table->records_) {
         destroy(table);
         return nullptr;
     }
@@ -48,36 +27,26 @@ void watch_table::destroy(watch_table* table)
     if (!table)
         return;
     delete[] table->records_;
-    delete[] table->slots_;
     delete table;
 }
 
 void watch_table::clear()
 {
-    std::fill_n(slots_, slot_mask_ + 1, -1);
+    numbers_.clear();
     std::fill_n(members_, 3, 0u);
     count_ = 0;
 }
 
-// Where `fd` stands, or the empty slot where it would.
-unsigned watch_table::slot_of(int fd) const
-{
-    unsigned i = static_cast<unsigned>(fd) & slot_mask_;
-    while (slots_[i] >= 0 && records_[slots_[i]].fd != fd)
-        i = (i + 1) & slot_mask_;
-    return i;
-}
-
 sys_poll_record* watch_table::find_or_add(int fd)
 {
-    int& number = slots_[slot_of(fd)];
-    if (number < 0) {
-        if (count_ >= capacity_)
-            return nullptr;
-        number = static_cast<int>(count_);
-        records_[count_++] = { fd, 0, 0 };
-    }
-    return records_ + number;
+    const int number = numbers_.find(fd);
+    if (number >= 0)
+        return records_ + number;
+    if (count_ >= capacity_)
+        return nullptr;
+    numbers_.set(fd, static_cast<int>(count_));
+    records_[count_] = { fd, 0, 0 };
+    return records_ + count_++;
 }
 
 void watch_table::enter(int fd, int events)
@@ -95,15 +64,17 @@ void watch_table::enter(int fd, int events)
 
 int watch_table::wait(const timeval* limit, unsigned waker) { return sys_poll(records_, count_, limit, waker); }
 
-int watch_table::ready(int fd) const
+int watch_table::events_of(short conditions)
 {
-    const int record = fd < 0 ? -1 : slots_[slot_of(fd)];
-    if (record < 0)
-        return 0;
-    const short conditions = records_[record].ready;
     int events = 0;
     for (int k = 0; k < 3; ++k)
         if (conditions & condition_of[k])
             events |= 1 << k;
     return events;
+}
+
+int watch_table::ready(int fd) const
+{
+    const int number = numbers_.find(fd);
+    return number < 0 ? 0 : events_of(records_[number].ready);
 }

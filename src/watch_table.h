@@ -7,10 +7,19 @@
 #ifndef STDKRO_SRC_WATCH_TABLE_H
 #define STDKRO_SRC_WATCH_TABLE_H
 
+#include "descriptor_index.h"
 #include "platform.h"
 
 class watch_table {
 public:
+    /// So many descriptors for one event, and altogether.
+    static constexpr unsigned set_limit = 1024;
+    static constexpr unsigned most_descriptors = 3 * set_limit;
+    /// The conditions in the order of the event bits 1, 2, 4.            ORDER events
+    static constexpr short condition_of[3] = { sys_poll_in, sys_poll_out, sys_poll_exceptional };
+    /// The event bits of conditions.
+    static int events_of(short conditions);
+
     /// A table for up to `capacity` descriptors with those of `before` (which may be null) and what they
     /// are ready for; null without memory. Free it with `destroy`.
     static watch_table* create(unsigned capacity, const watch_table* before);
@@ -31,15 +40,10 @@ public:
 
 private:
     watch_table() = default;
-    unsigned slot_of(int fd) const;
     sys_poll_record* find_or_add(int fd);
 
-    static constexpr unsigned set_limit = 1024;
-
     sys_poll_record* records_ = nullptr;
-    // Open addressing: the number of a record by its descriptor, -1 where there is none.
-    int* slots_ = nullptr;
-    unsigned slot_mask_ = 0;
+    descriptor_index numbers_;
     unsigned capacity_ = 0;
     unsigned count_ = 0;
     unsigned members_[3] = { 0, 0, 0 };

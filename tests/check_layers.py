@@ -27,7 +27,7 @@ LAYERS = [
 GROUPS = [
     ["writer", "logger", "log"],
     ["socket", "sock_addr", "packet", "poller", "selector", "epoller", "fdset", "watch_table", "ready_list",
-     "loop_time"],
+     "descriptor_index", "loop_time"],
     ["thread", "threads", "sync_object", "smart_lock", "timer", "process", "sharemem", "module"],
     ["option"],
     ["shell"],
