@@ -1,9 +1,9 @@
 // Numbers by descriptor, in memory that is taken once.
 //
 // Open addressing with linear probing over at least twice as many slots as there are
-// descriptors. Descriptors are mostly small and consecutive, so they are their own hash.
-// Erasing moves later ones of a run back, so no slot is ever left to be passed over. See
-// Knuth, volume 3, section 6.4, algorithm R.
+// descriptors. Erasing moves later ones of a run back, so no slot is ever left to be passed over:
+// see Knuth, volume 3, section 6.4, algorithm R. That walks to the end of a run, and consecutive
+// descriptors that hash to themselves would be one long run; Fibonacci hashing spreads them.
 #ifndef STDKRO_SRC_DESCRIPTOR_INDEX_H
 #define STDKRO_SRC_DESCRIPTOR_INDEX_H
 
@@ -21,7 +21,7 @@ public:
     bool create(unsigned capacity)
     {
         unsigned slots = 4;
-        while (slots < 2 * capacity)
+        for (shift_ = 30; slots < 2 * capacity; --shift_)
             slots *= 2;
         slots_ = new (std::nothrow) slot[slots];
         mask_ = slots - 1;
@@ -42,7 +42,7 @@ public:
     {
         unsigned hole = slot_of(fd);
         for (unsigned i = (hole + 1) & mask_; slots_[i].fd != free_slot; i = (i + 1) & mask_) {
-            const unsigned distance_home = (i - static_cast<unsigned>(slots_[i].fd)) & mask_;
+            const unsigned distance_home = (i - home_of(slots_[i].fd)) & mask_;
             if (distance_home >= ((i - hole) & mask_)) {
                 slots_[hole] = slots_[i];
                 hole = i;
@@ -58,10 +58,12 @@ private:
     };
     static constexpr int free_slot = -1;
 
+    unsigned home_of(int fd) const { return static_cast<unsigned>(fd) * 0x9E3779B9u >> shift_; }
+
     // Where `fd` stands, or the free slot where it would.
     unsigned slot_of(int fd) const
     {
-        unsigned i = static_cast<unsigned>(fd) & mask_;
+        unsigned i = home_of(fd);
         while (slots_[i].fd != fd && slots_[i].fd != free_slot)
             i = (i + 1) & mask_;
         return i;
@@ -69,6 +71,7 @@ private:
 
     slot* slots_ = nullptr;
     unsigned mask_ = 0;
+    int shift_ = 0;
 };
 
 #endif

@@ -727,15 +727,23 @@ struct sys_ready_list {
 
     int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
     {
-        if (is_of_other_process() || !verify_closed(watches, count))
+        if (is_of_other_process() || !verify_closed(watches, count) || !verify_due(watches, count))
             return sys_ready_stale;
+        // Mostly something is ready, and a look that does not wait costs least.
+        const int n = epoll_wait(epoll_, events_.get(), room_, 0);
+        if (n > 0)
+            return collect(n, ready);
+        if (n < 0 && errno != EINTR)
+            return sys_ready_stale;
+        if (limit && limit->tv_sec == 0 && limit->tv_usec == 0)
+            return 0;
         countdown time(limit);
-        const int n = wait(watches, count, ready, time);
-        if (n < 0 && limit) {
+        const int found = wait_long(watches, count, ready, time);
+        if (found < 0 && limit) {
             time.refresh();
             *limit = { time.left()->tv_sec, (time.left()->tv_nsec + 999) / 1000 };
         }
-        return n;
+        return found;
     }
 
 private:
@@ -765,6 +773,9 @@ private:
         return std::all_of(watches, watches + count, [&](const sys_watch& w) { return w.wanted == 0 || is_same(w); });
     }
 
+    long long ms_until_due() const { return verified_ + verifying_period_ms - coarse_ms(); }
+    bool verify_due(sys_watch* watches, unsigned count) { return ms_until_due() > 0 || verify_all(watches, count); }
+
     bool verify_closed(sys_watch* watches, unsigned count)
     {
         const unsigned closings = all_closings.load(std::memory_order_acquire);
@@ -779,11 +790,11 @@ private:
         });
     }
 
-    int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, countdown& time)
+    /// Waits first until all descriptors are due to be verified, and then for the rest.
+    int wait_long(sys_watch* watches, unsigned count, sys_poll_record* ready, countdown& time)
     {
-        bool is_verified = false;
-        for (;;) {
-            const long long due_ms = verified_ + verifying_period_ms - coarse_ms();
+        for (bool is_verified = false;;) {
+            const long long due_ms = is_verified ? 0 : ms_until_due();
             if (!is_verified && due_ms <= 0) {
                 if (!verify_all(watches, count))
                     return sys_ready_stale;
@@ -793,10 +804,10 @@ private:
             const timespec* const left = time.left();
             const bool is_last = is_verified || (left && left->tv_sec == 0 && left->tv_nsec <= until_due.tv_nsec);
             const int n = wait_for_events(epoll_, events_.get(), room_, is_last ? left : &until_due);
-            if (n < 0 && errno != EINTR)
-                return sys_ready_stale;
             if (n > 0)
                 return collect(n, ready);
+            if (n < 0 && errno != EINTR)
+                return sys_ready_stale;
             if (n == 0 && is_last)
                 return 0;
             time.refresh();

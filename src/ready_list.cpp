@@ -248,19 +248,24 @@ int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit
     const int n = sys_ready_wait(system_, watches_.get(), count_, found_.get(), limit);
     if (n <= 0)
         return n;
+    unsigned begin = words();
+    unsigned end = 0;
     for (const sys_poll_record* p = found_.get(); p < found_.get() + n; ++p) {
         const unsigned at = static_cast<unsigned>(first_.find(p->fd));
+        const unsigned word = at / 64;
         conditions_[at] = p->ready;
-        is_ready_[at / 64] |= std::uint64_t { 1 } << at % 64;
+        is_ready_[word] |= std::uint64_t { 1 } << at % 64;
+        begin = std::min(begin, word);
+        end = std::max(end, word + 1);
     }
     unsigned made = 0;
-    for (unsigned word = 0; word < words(); ++word) {
-        for (unsigned at = word * 64; is_ready_[word] != 0; ++at, is_ready_[word] >>= 1) {
-            if (!(is_ready_[word] & 1) || made == most)
-                continue;
+    for (unsigned word = begin; word < end; ++word) {
+        for (std::uint64_t left = is_ready_[word]; left != 0 && made < most; left &= left - 1) {
+            const unsigned at = word * 64 + static_cast<unsigned>(__builtin_ctzll(left));
             results[made] = records_[at];
             results[made++].events = bits_of(watch_table::events_of(conditions_[at]));
         }
+        is_ready_[word] = 0;
     }
     return static_cast<int>(made);
 }
