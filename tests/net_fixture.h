@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #ifdef _WIN32
 /// The application starts the socket library: here once, before the first test.
 struct socket_library : testing::Environment {
@@ -19,6 +21,24 @@ struct socket_library : testing::Environment {
     void TearDown() override { WSACleanup(); }
 };
 static testing::Environment* const started = testing::AddGlobalTestEnvironment(new socket_library);
+
+/// How many descriptors and other handles the program has; Wine does not count them.
+inline long open_descriptors()
+{
+    long count = 0;
+    DWORD flags;
+    for (unsigned h = 4; h < 0x8000; h += 4)
+        count += GetHandleInformation(reinterpret_cast<HANDLE>(h), &flags) != 0;
+    return count;
+}
+/// How much longer a wait for many sockets takes than on Linux.
+constexpr int cost_of_waits = 100;
+#else
+inline long open_descriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+}
+constexpr int cost_of_waits = 1;
 #endif
 
 /// A listening socket on a free port of 127.0.0.1.
