@@ -14,6 +14,12 @@ if(NOT CMAKE_CROSSCOMPILING)
   endforeach()
 endif()
 
+# The reference pages and the index say what the headers say, and leave nothing out.
+if(NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME ${STDKRO_TEST_PREFIX}reference
+    COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/reference.py --check)
+endif()
+
 # Sanitizers add symbols of their own.
 if(NOT STDKRO_SANITIZE)
   add_test(NAME ${STDKRO_TEST_PREFIX}exports
