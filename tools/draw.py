@@ -3,8 +3,9 @@
 
     draw.py [--check] NAME KRO...
 
-NAME is the picture: `layers`, from the includes of the files, or `automaton`, from what
-`kro automaton` says of the patterns in docs/regex.md. KRO... is how the tool is called: each
+NAME is the picture: `layers`, from the includes of the files; `automaton`, from what
+`kro automaton` says of the patterns in docs/regex.md; `bench`, from the table of
+docs/benchmarks.md, which tools/bench.sh writes. KRO... is how the tool is called: each
 picture is a script that it runs, tools/drawings/NAME.xpp, with the facts as variables.
 --check compares with the picture that there is instead of writing it.
 """
@@ -69,7 +70,18 @@ def automaton(kro):
             yield "%s.%d" % (name, number), value
 
 
-PICTURES = {"layers": layers, "automaton": automaton}
+def bench(kro):
+    rows = [[cell.strip() for cell in line.strip("|").split("|")]
+            for line in (ROOT / "docs/benchmarks.md").read_text().splitlines() if line.startswith("|")][2:]
+    yield "rows", len(rows)
+    for number, (subject, case, _, peer, _, ratio, goal, _) in enumerate(rows, 1):
+        yield "subject.%d" % number, subject
+        yield "label.%d" % number, "%s, %s" % (case, peer)
+        yield "ratio.%d" % number, max(1, round(float(ratio) * 1000))
+        yield "goal.%d" % number, round(float(goal or 0) * 1000)
+
+
+PICTURES = {"layers": layers, "automaton": automaton, "bench": bench}
 
 
 def draw(name, kro):
