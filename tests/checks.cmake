@@ -8,10 +8,15 @@ add_test(NAME ${STDKRO_TEST_PREFIX}version
 
 # The pictures of the guide show things as they are.
 if(NOT CMAKE_CROSSCOMPILING)
-  foreach(picture layers automaton)
+  foreach(picture glance layers automaton)
     add_test(NAME ${STDKRO_TEST_PREFIX}picture_${picture}
       COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/draw.py --check ${picture} $<TARGET_FILE:kro>)
   endforeach()
+endif()
+
+if(NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME ${STDKRO_TEST_PREFIX}links
+    COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/check_links.py ${PROJECT_SOURCE_DIR})
 endif()
 
 # The reference pages and the index say what the headers say, and leave nothing out.

@@ -5,10 +5,11 @@
 
 NAME is the picture: `layers`, from the includes of the files; `automaton`, from what
 `kro automaton` says of the patterns in docs/regex.md; `bench`, from the table of
-docs/benchmarks.md, which tools/bench.sh writes. KRO... is how the tool is called: each
+docs/benchmarks.md, which tools/bench.sh writes; `glance`, an example beside what it makes. KRO... is how the tool is called: each
 picture is a script that it runs, tools/drawings/NAME.xpp, with the facts as variables.
 --check compares with the picture that there is instead of writing it.
 """
+import html
 import pathlib
 import re
 import subprocess
@@ -81,7 +82,17 @@ def bench(kro):
         yield "goal.%d" % number, round(float(goal or 0) * 1000)
 
 
-PICTURES = {"layers": layers, "automaton": automaton, "bench": bench}
+def glance(kro):
+    words = ["run", "examples/bars.xpp", "-D", "title=Visitors"]
+    lines = (ROOT / "examples/bars.xpp").read_text().splitlines()[1:]
+    yield "command", "kro " + " ".join(words).replace("examples/", "")
+    yield "lines", len(lines)
+    for number, line in enumerate(lines, 1):
+        yield "line.%d" % number, html.escape(line) or " "
+    yield "result", subprocess.run(kro + words, check=True, stdout=subprocess.PIPE, text=True, cwd=ROOT).stdout
+
+
+PICTURES = {"glance": glance, "layers": layers, "automaton": automaton, "bench": bench}
 
 
 def draw(name, kro):
@@ -93,6 +104,7 @@ def draw(name, kro):
 
 def main():
     words = [w for w in sys.argv[1:] if w != "--check"]
+    words[1:] = [str(pathlib.Path(w).resolve()) if pathlib.Path(w).exists() else w for w in words[1:]]
     if len(words) < 2 or words[0] not in PICTURES:
         sys.exit(__doc__)
     path = ROOT / "docs/images" / (words[0] + ".svg")
