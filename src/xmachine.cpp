@@ -460,6 +460,7 @@ int xmachine::create_var(const share_str& name, const base_var& value)
 int xmachine::create_var(const share_str& name) { return create_var(name, base_var()); }
 
 const xrterror& xmachine::get_last_error() const { return state_->last_error; }
+int xmachine::get_last_line() const { return state_->last_line; }
 
 xcontext* xmachine::get_active() const { return state_->active(); }
 unsigned xmachine::count_contexts() const { return state_->depth; }

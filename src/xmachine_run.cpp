@@ -861,6 +861,18 @@ loop_end machine_state::return_from()
     return loop_end::going;
 }
 
+// What fails is known by its line before the activations go.
+template <bool one_step>
+loop_end machine_state::execute_noting_line(unsigned base)
+{
+    try {
+        return execute<one_step>(base);
+    } catch (...) {
+        last_line = owner.find_ip_line();
+        throw;
+    }
+}
+
 int machine_state::call_method(xmethod& of, base_var& result, const cycque<base_var>& arguments)
 {
     // Whatever happens, the host finds the machine as it was.
@@ -886,7 +898,7 @@ int machine_state::call_method(xmethod& of, base_var& result, const cycque<base_
         args().add(base_var(arguments[i]));
     enter(of, xcontext::to_host);
     ip = of.entry_;
-    switch (execute<false>(depth)) {
+    switch (execute_noting_line<false>(depth)) {
     case loop_end::halted: clear_runner(); return 0;
     case loop_end::trapped: throw xtrap(owner.get_code(ip - 1));
     default: break;
@@ -903,13 +915,16 @@ template <class ACTION>
 int machine_state::guarded(ACTION action)
 {
     is_derived = typeid(owner) != typeid(xmachine);
+    last_line = -1;
     try {
         const int r = action();
         last_error = r < 0 ? xrterror(r, "%s", get_err_info(r)) : xrterror();
+        last_line = r < 0 ? -1 : 0;
         return r;
     } catch (const xhalt&) {
         clear_runner();
         last_error = xrterror();
+        last_line = 0;
         return 0;
     } catch (const xrterror& e) {
         last_error = e;
@@ -970,7 +985,7 @@ template <bool one_step>
 int machine_state::run_loop()
 {
     try {
-        return end_run(execute<one_step>(1));
+        return end_run(execute_noting_line<one_step>(1));
     } catch (const xtrap&) {
         return end_run(loop_end::trapped);
     } catch (const xret&) {

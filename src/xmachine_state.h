@@ -234,6 +234,7 @@ struct machine_state {
     int call(const share_str& name, base_var& result, cycque<base_var>& arguments);
     int call_method(xmethod& of, base_var& result, const cycque<base_var>& arguments);
     template <bool one_step> loop_end execute(unsigned base);
+    template <bool one_step> loop_end execute_noting_line(unsigned base);
     template <bool one_step> int run_loop();
     loop_end general(xcode& c, unsigned base);
     loop_end call_name(xcode& c, unsigned base);
@@ -267,6 +268,7 @@ struct machine_state {
     share_str src_fname;
     std::ostream* os;
     xrterror last_error;
+    int last_line = 0;
 
     // The run.
     int ip;

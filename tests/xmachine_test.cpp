@@ -838,6 +838,45 @@ TEST(xmachine, answers_calls_of_the_host)
     EXPECT_STREQ(machine.get_last_error().what(), "timeout");
 }
 
+TEST(xmachine, tells_the_line_of_its_last_error)
+{
+    xmachine machine;
+    std::ostringstream out;
+    machine.set_ostream(&out);
+    add_functions(machine);
+    EXPECT_EQ(machine.get_last_line(), 0);
+    ASSERT_EQ(compile_text(machine, "$[proc bad(a)]\n\n$[@(1 / a)]$[end]"
+                                    "$[proc deep(a)]\n\n\n$[bad(a)]$[end]"
+                                    "$[proc host()]\n$[throwing()]$[end]"
+                                    "$[proc stops()]$[exit]$[end]\n\n$[@(1 / 0)]"), 0);
+    const struct {
+        const char* name;
+        int argument, line;
+    } calls[] = {
+        { "bad", 0, 3 },
+        { "bad", 1, 0 },        // a success forgets it
+        { "deep", 0, 3 },       // where it arose, not who called
+        { "host", 0, 7 },
+        { "nosuch", 0, -1 },    // no instruction was at fault
+        { "throwing", 0, -1 },
+        { "stops", 0, 0 },
+    };
+    for (const auto& c : calls) {
+        call(machine, c.name, { c.argument });
+        EXPECT_EQ(machine.get_last_line(), c.line) << c.name;
+        EXPECT_FALSE(machine.is_running());
+    }
+    EXPECT_LT(machine.run(), 0);
+    EXPECT_EQ(machine.get_last_line(), 9);
+    EXPECT_EQ(machine.get_last_line(), machine.find_ip_line());
+    machine.clear_runner();
+    EXPECT_EQ(machine.run_begin(), 0);
+    int r = 0;
+    while ((r = machine.run_step()) >= 0)
+        EXPECT_EQ(machine.get_last_line(), 0);
+    EXPECT_EQ(machine.get_last_line(), 9);
+}
+
 TEST(xmachine, passes_references_of_the_host)
 {
     xmachine machine;

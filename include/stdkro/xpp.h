@@ -483,6 +483,9 @@ public:
 
     /// The error that ended the last `run`, step or `call`; code 0 after a success.
     const xrterror& get_last_error() const;
+    /// The source line where it arose: 0 after a success, -1 when no instruction
+    /// raised it. A failed `call` drops its activations, so only this tells.
+    int get_last_line() const;
 
     /// The innermost activation; null when not running.
     xcontext* get_active() const;
