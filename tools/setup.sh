@@ -8,6 +8,7 @@ set -eu
 build="g++ cmake ninja-build"
 debian="dpkg-dev file fakeroot"
 test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config gdb $debian"
+page_clients="curl"
 peers="libre2-dev libpugixml-dev"
 win32="g++-mingw-w64-i686-posix binutils-mingw-w64-i686"
 bench="$build libbenchmark-dev pkg-config python3 flex libglib2.0-dev liblua5.4-dev libmuparser-dev
@@ -63,7 +64,7 @@ need_wine() {
 for set in "$@"; do
     case $set in
     build) need $build ;;
-    test) need $test $peers ;;
+    test) need $test $peers $page_clients ;;
     win32) need $build $win32 && need_wine ;;
     package) need $build $debian $win32 ;;
     abi) need $build abigail-tools ;;

@@ -1,0 +1,498 @@
+#!/usr/bin/env python3
+"""Runs the example page server and asks it as its users do.
+
+    page_server.py --program FILE --site DIR --scratch DIR [--emulator COMMAND] [--loop NAME] PART
+
+PART is one of
+  requests   curl and plain sockets: every status, keep-alive, pipelining, limits, time limits, log, stop
+  load       wrk with 200 connections; no error, no growth of memory
+  browser    headless Chromium draws a page made of template, INI data and query
+A tool that is missing is a failure.
+"""
+import argparse
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+PATIENCE = 60  # seconds until something that must happen counts as missing
+
+INI = """[server]
+port=0
+admin_port=0
+loop=%(loop)s
+[limits]
+connections=%(connections)d
+head=4096
+body=20000
+page=12000000
+idle_seconds=%(idle)d
+request_seconds=%(request)d
+answer_seconds=%(answer)d
+[log]
+messages=messages.xml
+language=%(language)s
+file=%(log)s
+udp=127.0.0.1:%(udp)d
+[routes]
+/=home.xpp
+/guess=guess.xpp GET, HEAD, POST
+/static=static.xpp
+/changing=changing.xpp
+/failing=failing.xpp
+/wrong=wrong.xpp
+/missing=missing.xpp
+/nothing=nothing.xpp
+/echo=echo.xpp POST
+/large=large.xpp
+/endless=endless.xpp
+[site]
+title=Tea & more
+owner=<Ada>
+"""
+
+PAGES = {
+    "changing.xpp": "$[proc page(method, path, query, body)]first$[end]\n",
+    "failing.xpp": "$[proc page(method, path, query, body)]\nsecret\n$[@(1 / int(query))]\n$[end]\n",
+    "wrong.xpp": "$[proc page(method, path, query, body)]\n$[if 1 ==]\n",
+    "nothing.xpp": "no procedure\n",
+    "echo.xpp": "$[proc page(method, path, query, body)]$[@method] $[@path] $[@query] $[@body]$[end]\n",
+    "large.xpp": "$[proc page(method, path, query, body)]$[for (i = 0; i < 200000; i += 1)]"
+                 "0123456789012345678901234567890123456789\n$[end]$[end]\n",
+    "endless.xpp": "$[proc page(method, path, query, body)]$[for (;;)]for ever and ever $[end]$[end]\n",
+}
+
+
+def wait_until(what, condition):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < deadline, "waited in vain for: " + what
+        time.sleep(0.02)
+
+
+def tool(name):
+    path = shutil.which(name)
+    assert path, "%s is not installed: run 'sh tools/setup.sh test' first" % name
+    return path
+
+
+class Server:
+    """The program with a site of its own in a fresh folder."""
+
+    def __init__(self, args, name, language="english", idle=60, request=60, answer=60, connections=1000):
+        self.args = args
+        self.site = pathlib.Path(args.scratch) / ("%s_%s" % (args.loop, name))
+        shutil.rmtree(self.site, ignore_errors=True)
+        shutil.copytree(args.site, self.site)
+        for page, text in PAGES.items():
+            (self.site / page).write_text(text)
+        self.udp = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.udp.bind(("127.0.0.1", 0))
+        self.udp.settimeout(PATIENCE)
+        (self.site / "test.ini").write_text(INI % dict(
+            loop=args.loop, log="server.log", udp=self.udp.getsockname()[1], language=language, idle=idle,
+            request=request, answer=answer, connections=connections))
+        self.console = open(self.site / "console.txt", "wb")
+        self.process = subprocess.Popen(
+            args.emulator.split() + [args.program, "--config", str(self.site / "test.ini")], cwd=self.site,
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=self.console, start_new_session=True)
+        ports = [self.read_port(name) for name in ("http", "admin")]
+        self.port, self.admin_port = ports
+        self.url = "http://127.0.0.1:%d" % self.port
+
+    def read_port(self, name):
+        line = self.process.stdout.readline().decode().strip()
+        m = re.fullmatch(name + r" 127\.0\.0\.1:(\d+)", line)
+        assert m, "no port for %s: %r\n%s" % (name, line, (self.site / "console.txt").read_text("utf-8", "replace"))
+        return int(m.group(1))
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, value, trace):
+        if self.process.poll() is None:
+            os.killpg(self.process.pid, signal.SIGKILL)
+            self.process.wait()
+        self.process.stdout.close()
+        self.console.close()
+        self.udp.close()
+        if kind:
+            print("--- log of %s\n%s---" % (self.site, self.log()))
+
+    def log(self):
+        return (self.site / "server.log").read_text("utf-8", "replace").replace("\r\n", "\n")
+
+    def await_log(self, text):
+        wait_until("%r in the log" % text, lambda: text in self.log())
+
+    def curl(self, path, *options):
+        """Status, header fields (small letters) and body of the last answer."""
+        done = subprocess.run([tool("curl"), "-sS", "-i", "--max-time", "120", *options, self.url + path],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        assert done.returncode == 0, "curl %s %s: %d %s" % (path, options, done.returncode, done.stderr)
+        return split_answers(done.stdout, "-I" in options)[-1]
+
+    def connect(self):
+        s = socket.create_connection(("127.0.0.1", self.port), PATIENCE)
+        return s
+
+    def admin(self, *lines):
+        with socket.create_connection(("127.0.0.1", self.admin_port), PATIENCE) as s:
+            s.sendall("".join(line + "\n" for line in lines).encode())
+            s.shutdown(socket.SHUT_WR)
+            return read_all(s).decode()
+
+    def stop(self):
+        assert self.admin("stop") == "ok\n"
+        self.expect_end()
+
+    def expect_end(self):
+        assert self.process.wait(PATIENCE) == 0, "exit status %d" % self.process.returncode
+
+
+def read_all(s):
+    blocks = []
+    while True:
+        blocks.append(s.recv(1 << 18))
+        if not blocks[-1]:
+            return b"".join(blocks)
+
+
+def split_answers(data, is_head=False):
+    answers = []
+    while data:
+        head, _, rest = data.partition(b"\r\n\r\n")
+        lines = head.decode("latin-1").split("\r\n")
+        fields = dict((k.lower(), v.strip()) for k, v in (line.split(":", 1) for line in lines[1:]))
+        length = 0 if is_head else int(fields.get("content-length", 0))
+        assert "transfer-encoding" not in fields
+        assert len(rest) >= length, "an answer is cut: %d of %d bytes" % (len(rest), length)
+        answers.append((int(lines[0].split()[1]), fields, rest[:length].decode("utf-8")))
+        data = rest[length:]
+    return answers
+
+
+def expect(got, wanted, what):
+    assert got == wanted, "%s: got %r instead of %r" % (what, got, wanted)
+
+
+def expect_error(server, path, status, *options):
+    got, fields, body = server.curl(path, *options)
+    expect(got, status, "curl %s %s" % (path, options))
+    assert "<h1>%d " % status in body, body
+    return fields, body
+
+
+# ---- requests
+
+def pages_are_made(server):
+    status, fields, body = server.curl("/?name=%3CBob%3E+%26+Eve")
+    expect(status, 200, "status")
+    expect(fields["content-type"], "text/html; charset=utf-8", "type")
+    assert "date" in fields and "connection" not in fields
+    assert "<title>Tea &amp; more</title>" in body and "Welcome, &lt;Bob&gt; &amp; Eve!" in body, body
+    assert "<li>3 teas: 750 cents</li>" in body and "Run by &lt;Ada&gt;." in body and body.endswith("</html>\n"), body
+    assert "Welcome!" in server.curl("/")[2]
+    status, fields, body = server.curl("/", "-I")
+    expect((status, body), (200, ""), "HEAD")
+    assert int(fields["content-length"]) > 100
+
+
+def bodies_arrive(server):
+    assert "<p>Right!</p>" in server.curl("/guess", "-d", "guess=42")[2]
+    assert "4 &amp; 2 is wrong." in server.curl("/guess", "-d", "guess=4+%26+2")[2]
+    expect(server.curl("/echo?a=b", "-d", "two words")[2], "POST /echo a=b two words", "echo")
+    expect(server.curl("/%65cho", "-d", "")[2], "POST /echo  ", "an escaped path and an empty body")
+    full = "x" * 20000
+    (server.site / "full").write_text(full)
+    expect(server.curl("/echo", "--data-binary", "@" + str(server.site / "full"))[2], "POST /echo  " + full, "full body")
+
+
+def what_is_wrong_has_a_status(server):
+    for options in (["-H", "Host:"], ["-X", "BAD METHOD"],
+                    ["--request-target", "/a b"], ["--request-target", "x"], ["--request-target", "/%4"],
+                    ["--request-target", "/%00"], ["-H", "A\tB: c"], ["-H", "Content-Length: 12x"]):
+        fields, _ = expect_error(server, "/", 400, *options)
+        expect(fields["connection"], "close", "connection")
+    expect_error(server, "/nowhere", 404)
+    expect_error(server, "/NOWHERE?x", 404)
+    fields, _ = expect_error(server, "/", 405, "-X", "DELETE")
+    expect(fields["allow"], "GET, HEAD", "allowed")
+    expect(expect_error(server, "/echo", 405)[0]["allow"], "POST", "allowed")
+    expect(expect_error(server, "/guess", 405, "-X", "POS")[0]["allow"], "GET, HEAD, POST", "allowed")
+    expect_error(server, "/echo", 411, "-H", "Transfer-Encoding: chunked", "-d", "x")
+    (server.site / "one_more").write_text("x" * 20001)
+    expect_error(server, "/echo", 413, "--data-binary", "@" + str(server.site / "one_more"))
+    (server.site / "much").write_text("x" * 3000000)
+    expect_error(server, "/echo", 413, "-H", "Expect:", "--data-binary", "@" + str(server.site / "much"))
+    expect_error(server, "/echo", 413, "-H", "Content-Length: 99999999999999999999", "-d", "x")
+    expect_error(server, "/", 431, "-H", "X: " + "y" * 5000)
+    expect_error(server, "/" + "y" * 5000, 431)
+    server.await_log("answered 431 Request Header Fields Too Large")
+    server.await_log("warn: 127.0.0.1:")
+
+
+def broken_heads_are_refused(server):
+    for head in (b"GET / HTTP/1.1\nHost: a\n\n", b"GET / HTTP/2.0\r\n", b"GET  / HTTP/1.1\r\n", b"GET /\r\n",
+                 b"\0\r\n", b"GET / HTTP/1.1\r\n folded: x\r\n", b"GET / HTTP/1.1\r\nNo colon\r\n",
+                 b"GET / HTTP/1.1\r\nHost : a\r\n",
+                 b"GET / HTTP/1.1\r\nHost: a\r\nhost: b\r\n\r\n",
+                 b"GET / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n",
+                 b"GET / HTTP/1.1\r\nHost: a\x01\r\n", b"\n"):
+        with server.connect() as s:
+            s.sendall(head)
+            answers = split_answers(read_all(s))
+            expect([a[0] for a in answers], [400], head)
+
+
+def script_errors_stay_in_the_log(server):
+    fields, body = expect_error(server, "/failing?0", 500)
+    assert "failing" not in body and "secret" not in body and "3" not in body, body
+    server.await_log("failing.xpp:3: ")
+    server.await_log("(divide zero)")
+    assert "connection" not in fields
+    assert "0" in server.curl("/failing?7")[2]
+    fields, body = expect_error(server, "/wrong", 500)
+    assert "wrong" not in body
+    server.await_log("wrong.xpp:2: ")
+    expect_error(server, "/missing", 500)
+    server.await_log("missing.xpp:")
+    server.await_log("(file system error)")
+    expect_error(server, "/nothing", 500)
+    server.await_log("nothing.xpp:-1: ")
+    expect_error(server, "/endless", 500)
+    server.await_log("the page is too long (overrun)")
+    assert "error: " in server.log()
+
+
+def changed_scripts_are_compiled_again(server):
+    expect(server.curl("/changing")[2], "first", "before")
+    expect(server.curl("/changing")[2], "first", "again")
+    expect(server.log().count("changing.xpp: compiled"), 1, "compiled once")
+    (server.site / "changing.xpp").write_text("$[proc page(method, path, query, body)]and second$[end]\n")
+    expect(server.curl("/changing")[2], "and second", "after")
+    expect(server.log().count("changing.xpp: compiled"), 2, "compiled twice")
+    (server.site / "changing.xpp").write_text("$[proc page(\n")
+    expect_error(server, "/changing", 500)
+    expect_error(server, "/changing", 500)
+    expect(server.log().count("changing.xpp:"), 3, "one line for one change")
+    (server.site / "changing.xpp").write_text("$[proc page(method, path, query, body)]mended$[end]\n")
+    expect(server.curl("/changing")[2], "mended", "mended")
+    (server.site / "missing.xpp").write_text("$[proc page(method, path, query, body)]there$[end]\n")
+    expect(server.curl("/missing")[2], "there", "a file that comes later")
+
+
+def connections_are_kept(server):
+    count = "%{num_connects} "
+    gets = [word for p in ("/", "/nowhere", "/failing?0", "/static") for word in ("-o", os.devnull, server.url + p)]
+    done = subprocess.run([tool("curl"), "-sS", "-w", count] + gets + ["--next", "-sS", "-w", count, "-d", "guess=1",
+                           "-o", os.devnull, server.url + "/guess"], stdout=subprocess.PIPE, check=True)
+    expect(done.stdout.decode().split(), ["1", "0", "0", "0", "0"], "connections made")
+    done = subprocess.run([tool("curl"), "-sS", "-H", "Connection: close", "-w", count, "-o", os.devnull, server.url,
+                           "-o", os.devnull, server.url], stdout=subprocess.PIPE, check=True)
+    expect(done.stdout.decode().split(), ["1", "1"], "connections made")
+    status, fields, _ = server.curl("/", "--http1.0")
+    expect((status, fields["connection"]), (200, "close"), "HTTP/1.0")
+
+
+def requests_are_pipelined(server):
+    get = b"GET /echo HTTP/1.1\r\nHost: a\r\n\r\n"
+    post = b"POST /echo?%d HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc"
+    last = b"HEAD / HTTP/1.1\r\nhost: a\r\ncoNNection: Close\r\n\r\n"
+    with server.connect() as s:
+        s.sendall(b"\r\n" + b"".join(post % i for i in range(500)) + get + last + get)
+        data = read_all(s)
+    cut = data.rindex(b"HTTP/1.1 ")
+    answers = split_answers(data[:cut])
+    expect([a[2] for a in answers[:500]], ["POST /echo %d abc" % i for i in range(500)], "pipelined bodies")
+    expect([a[0] for a in answers[500:]], [405], "the one behind")
+    assert data[cut:].startswith(b"HTTP/1.1 200 ") and data.endswith(b"Connection: close\r\n\r\n"), data[cut:]
+    # One byte at a time is as good.
+    with server.connect() as s:
+        s.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        for byte in post % 1 + last:
+            s.sendall(bytes([byte]))
+        data = read_all(s)
+    assert b"POST /echo 1 abc" in data, data
+
+
+def peers_that_do_not_read_get_what_they_asked(server):
+    """Many large answers, more than any buffer holds, to one who reads late."""
+    n = 6
+    with server.connect() as s:
+        s.sendall(b"GET /large HTTP/1.1\r\nHost: a\r\n\r\n" * n)
+        time.sleep(0.2)
+        s.shutdown(socket.SHUT_WR)
+        answers = split_answers(read_all(s))
+    expect([len(a[2]) for a in answers], [200000 * 41] * n, "large answers")
+
+
+def the_shell_answers(server):
+    got = server.admin("status", "", "dance", 'status "', "language german", "status\r")
+    lines = got.split("\n")
+    assert re.fullmatch(r"connections \d+", lines[0]) and re.fullmatch(r"requests \d+", lines[1]), got
+    expect(lines[2:4], ["ok", "ok"], "status and an empty line")
+    assert lines[4].startswith("language ") and lines[6].startswith("stop "), got
+    expect(lines[7:10], ["undefined symbol", "syntax error", "invalidate parameter"], "errors")
+    assert lines[10].startswith("connections"), got
+    assert server.admin("x" * 600).count("ok") == 0
+    expect(server.admin("language chinese"), "ok\n", "language")
+    expect_error(server, "/failing?0", 500)
+    server.await_log("failing.xpp:3：")
+    server.await_log("（divide zero）")
+    expect(server.admin("language english"), "ok\n", "language")
+
+
+def open_requests_are_finished(server):
+    with server.connect() as half, server.connect() as idle, server.connect() as slow:
+        half.sendall(b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 4\r\n\r\nab")
+        slow.sendall(b"GET /large HTTP/1.1\r\nHost: a\r\n\r\nGET /static HTTP/1.1\r\nHost: a\r\n\r\n")
+        wait_until("three connections", lambda: server.admin("status").startswith("connections 4\n"))
+        wait_until("the large page", lambda: slow.recv(1, socket.MSG_PEEK) == b"H")
+        before = int(re.search(r"requests (\d+)", server.admin("status")).group(1))
+        expect(server.admin("stop"), "ok\n", "stop")
+        expect(read_all(idle), b"", "an idle connection at the end")
+        try:
+            server.connect()
+            assert False, "the port is still open"
+        except OSError:
+            pass
+        assert server.process.poll() is None
+        half.sendall(b"cd")
+        (status, fields, body), = split_answers(read_all(half))
+        expect((status, fields.get("connection"), body), (200, "close", "POST /echo  abcd"), "the half request")
+        large, last = split_answers(read_all(slow))
+        expect((len(large[2]), last[0]), (200000 * 41, 200), "the requests that were answered slowly")
+    server.expect_end()
+    server.await_log("stopping for 127.0.0.1:")
+    assert re.search(r"stopped after %d requests" % (before + 2), server.log()), "requests at the end"
+
+
+def lines_go_to_all_sinks(server):
+    """After the end: what the file has was sent by UDP and shown, too."""
+    logged = [line for line in server.log().splitlines() if line.startswith("[pages] ")]
+    console = (server.site / "console.txt").read_text("utf-8", "replace").splitlines()
+    expect([line for line in console if line.startswith("[pages]")], logged, "console")
+    expect(server.udp.recv(2048).decode("utf-8").rstrip("\n"), logged[0], "first line by UDP")
+    assert "hint: serving http://127.0.0.1:%d with a %s" % (server.port, server.args.loop) == logged[0][8:], logged[0]
+
+
+def time_limits(server):
+    idle = server.connect()
+    slow = server.connect()
+    deaf = socket.socket()
+    deaf.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+    deaf.connect(("127.0.0.1", server.port))
+    with idle, slow, deaf:
+        for s in (idle, slow):
+            s.settimeout(PATIENCE)
+        deaf.sendall(b"GET /large HTTP/1.1\r\nHost: a\r\n\r\n")
+        slow.sendall(b"GET / HTTP/1.1\r\nHost:")
+        expect(read_all(idle), b"", "an idle connection")
+        # What comes meanwhile does not help.
+        answer = b""
+        slow.settimeout(0.1)
+        deadline = time.monotonic() + PATIENCE
+        while b"\r\n\r\n" not in answer:
+            assert time.monotonic() < deadline
+            try:
+                slow.sendall(b"x")
+                answer += slow.recv(4096)
+            except socket.timeout:
+                pass
+        expect(answer.split()[1], b"408", "a slow request")
+        wait_until("both in the log", lambda: server.log().count("dropped (timeout)") == 2)
+        wait_until("all gone", lambda: server.admin("status").startswith("connections 1\n"))
+    server.stop()
+
+
+def connections_are_bounded(server):
+    first = [server.connect() for _ in range(3)]
+    wait_until("all slots taken", lambda: server.admin("status").startswith("connections 4\n"))
+    late = server.connect()
+    late.sendall(b"GET /static HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n")
+    late.settimeout(0.3)
+    try:
+        assert not late.recv(1), "served beyond the limit"
+    except socket.timeout:
+        pass
+    first.pop().close()
+    late.settimeout(PATIENCE)
+    expect([a[0] for a in split_answers(read_all(late))], [200], "the one that waited")
+    for s in first + [late]:
+        s.close()
+    server.stop()
+
+
+def wrong_settings_are_told(args):
+    for change, wanted in ((("port=0", "port=65536"), "port: invalidate parameter"),
+                           (("head=4096", "head=1"), "head: invalidate parameter"),
+                           (("body=20000", "body=much"), "body: invalidate parameter"),
+                           (("language=english", "language=german"), "[log]: invalidate parameter"),
+                           (("messages.xml", "nowhere.xml"), "[log]: "),
+                           (("messages.xml", "unsafe.xml"), "[log]: syntax error")):
+        site = pathlib.Path(args.scratch) / (args.loop + "_wrong")
+        shutil.rmtree(site, ignore_errors=True)
+        shutil.copytree(args.site, site)
+        (site / "unsafe.xml").write_text((site / "messages.xml").read_text("utf-8").replace("%s", "%d", 1), "utf-8")
+        text = INI % dict(loop=args.loop, log="server.log", udp=9, language="english", idle=9, request=9, answer=9,
+                          connections=9)
+        assert change[0] in text
+        (site / "test.ini").write_text(text.replace(*change, 1))
+        done = subprocess.run(args.emulator.split() + [args.program, "--config", str(site / "test.ini")], cwd=site,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
+        expect(done.returncode, 1, change)
+        assert wanted in done.stderr.decode("utf-8", "replace"), (change, done.stderr)
+    done = subprocess.run(args.emulator.split() + [args.program, "--port"], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
+    expect(done.returncode, 2, "usage")
+    assert b"usage: page_server" in done.stderr
+
+
+def requests(args):
+    with Server(args, "requests") as server:
+        for case in (pages_are_made, bodies_arrive, what_is_wrong_has_a_status, broken_heads_are_refused,
+                     script_errors_stay_in_the_log, changed_scripts_are_compiled_again, connections_are_kept,
+                     requests_are_pipelined, peers_that_do_not_read_get_what_they_asked, the_shell_answers,
+                     open_requests_are_finished, lines_go_to_all_sinks):
+            began = time.monotonic()
+            case(server)
+            print("%-45s %4.1f s" % (case.__name__, time.monotonic() - began), flush=True)
+    for case, options in ((time_limits, dict(idle=1, request=2, answer=2)),
+                          (connections_are_bounded, dict(connections=3))):
+        print(case.__name__, flush=True)
+        with Server(args, case.__name__, **options) as server:
+            case(server)
+    print("wrong_settings_are_told", flush=True)
+    wrong_settings_are_told(args)
+    if not args.emulator:
+        print("ctrl_c_stops", flush=True)
+        with Server(args, "ctrl_c", language="chinese") as server:
+            server.process.send_signal(signal.SIGINT)
+            server.expect_end()
+            server.await_log("因 Ctrl-C 而停止，还有 0 个连接")
+            server.await_log("已停止，共处理 0 个请求")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    for name in ("program", "site", "scratch"):
+        parser.add_argument("--" + name, required=True)
+    parser.add_argument("--emulator", default="")
+    parser.add_argument("--loop", default="epoller")
+    parser.add_argument("part", choices=["requests", "load", "browser"])
+    args = parser.parse_args()
+    args.emulator = args.emulator.replace(";", " ")
+    pathlib.Path(args.scratch).mkdir(parents=True, exist_ok=True)
+    globals()[args.part](args)
+    print("passed")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
