@@ -479,6 +479,64 @@ def requests(args):
             server.await_log("已停止，共处理 0 个请求")
 
 
+# ---- load and browser
+
+def load(args):
+    seconds, connections = 10, 200
+    with Server(args, "load") as server:
+        def status(name):
+            return int(re.search(name + r" (\d+)", server.admin("status")).group(1))
+
+        def memory():
+            text = pathlib.Path("/proc/%d/status" % server.process.pid).read_text()
+            return int(re.search(r"VmRSS:\s*(\d+) kB", text).group(1))
+
+        began = time.monotonic()
+        clients = subprocess.Popen([tool("wrk"), "-t", "1", "-c", str(connections), "-d", str(seconds), "--latency",
+                                    "--timeout", "60s", server.url + "/"], stdout=subprocess.PIPE)
+        # The first second, or on a busy machine until all buffers were used.
+        wait_until("all clients served", lambda: time.monotonic() - began >= 1 and status("connections") > connections
+                   and status("requests") > 20 * connections)
+        before = memory()
+        time.sleep(max(0.0, began + seconds - 0.5 - time.monotonic()))
+        after = memory()
+        report = clients.communicate(timeout=PATIENCE)[0].decode()
+        print(report + "memory: %d kB, %d kB at the end" % (before, after), flush=True)
+        expect(clients.returncode, 0, "status of wrk")
+        assert "Socket errors" not in report and "Non-2xx" not in report, "errors"
+        total = int(re.search(r"(\d+) requests in", report).group(1))
+        assert status("requests") >= total > 20 * connections, "requests"
+        assert after <= before + 128, "memory grew"
+        wait_until("all gone", lambda: status("connections") == 1)
+        server.stop()
+
+
+def browser(args):
+    with Server(args, "browser") as server:
+        home = server.site / "profile"
+        command = [tool("chromium"), "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                   "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                   "--disable-dev-shm-usage", "--user-data-dir=%s" % home]
+        url = server.url + "/?name=%3CAda%3E+%26+Grace"
+        done = subprocess.run(command + ["--dump-dom", url], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, timeout=240)
+        expect(done.returncode, 0, "status of chromium")
+        page = done.stdout.decode("utf-8")
+        for text in ("<title>Tea &amp; more</title>", "<h1>Tea &amp; more</h1>", "Welcome, &lt;Ada&gt; &amp; Grace!",
+                     "<li>2 teas: 500 cents</li>", "Run by &lt;Ada&gt;."):
+            assert text in page, "%r is not in the page:\n%s" % (text, page)
+        picture = server.site / "page.png"
+        subprocess.run(command + ["--window-size=400,300", "--hide-scrollbars", "--screenshot=%s" % picture, url],
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=240)
+        data = picture.read_bytes()
+        expect((data[:8], data[16:24]), (b"\x89PNG\r\n\x1a\n", b"\0\0\x01\x90\0\0\x01\x2c"), "the picture's size")
+        blank = server.site / "blank.png"
+        subprocess.run(command + ["--window-size=400,300", "--hide-scrollbars", "--screenshot=%s" % blank, "about:blank"],
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=240)
+        assert len(data) > 2 * len(blank.read_bytes()), "the picture is blank"
+        server.stop()
+
+
 def main():
     parser = argparse.ArgumentParser()
     for name in ("program", "site", "scratch"):

@@ -8,12 +8,12 @@ set -eu
 build="g++ cmake ninja-build"
 debian="dpkg-dev file fakeroot"
 test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config gdb $debian"
-page_clients="curl"
+page_clients="curl wrk chromium"
 peers="libre2-dev libpugixml-dev"
 win32="g++-mingw-w64-i686-posix binutils-mingw-w64-i686"
 bench="$build libbenchmark-dev pkg-config python3 flex libglib2.0-dev liblua5.4-dev libmuparser-dev
 libinih-dev libsimpleini-dev libexpat1-dev libxml2-dev libpugixml-dev libtinyxml2-dev libre2-dev libpcre2-dev
-libuv1-dev libevent-dev libspdlog-dev"
+libuv1-dev libevent-dev libspdlog-dev nginx-light wrk"
 fuzz="$build clang libclang-rt-14-dev"
 coverage="$test gcovr"
 wine_root=${STDKRO_WINE_ROOT:-/opt/stdkro-wine}
@@ -70,7 +70,7 @@ for set in "$@"; do
     abi) need $build abigail-tools ;;
     bench) need $bench ;;
     fuzz) need $fuzz ;;
-    coverage) need $coverage $peers ;;
+    coverage) need $coverage $peers $page_clients ;;
     *) echo "setup.sh: no set '$set' (build, test, win32, package, abi, bench, fuzz, coverage)" >&2; exit 2 ;;
     esac
 done
