@@ -41,13 +41,14 @@ int show_words(const words& w)
 
 int exit_with(const words& w) { return std::atoi(w.at(2).c_str()); }
 
-// Writes so many bytes.
+// Writes so many bytes, in large blocks: under Wine each write is a call of its server.
 int write_bytes(const words& w)
 {
     const long n = std::atol(w.at(2).c_str());
     std::string block;
-    for (int i = 0; i < 23 * 400; ++i)
+    for (int i = 0; i < 23 * 2849; ++i)
         block += static_cast<char>('a' + i % 23);
+    std::setvbuf(stdout, nullptr, _IOFBF, block.size());
     for (long done = 0; done < n; done += static_cast<long>(block.size()))
         std::fwrite(block.data(), 1, std::min(block.size(), static_cast<std::size_t>(n - done)), stdout);
     return std::fflush(stdout) == 0 ? 0 : 1;
@@ -567,7 +568,7 @@ TEST(child_pipe, closed_and_open_streams_do_not_mix)
     EXPECT_EQ(slow.wait_done(), 0);
     ASSERT_EQ(text.size(), 200000u);
     for (std::size_t i = 0; i < text.size(); ++i)
-        ASSERT_EQ(text[i], static_cast<char>('a' + i % 9200 % 23)) << i;
+        ASSERT_EQ(text[i], static_cast<char>('a' + i % 23)) << i;
 }
 
 TEST(child_pipe, serves_many_children_at_once)
