@@ -179,10 +179,11 @@ enum : unsigned { sys_no_limit = ~0u };
 enum { sys_wait_done = 0, sys_wait_failed = -1, sys_wait_timeout = -2 };
 
 /// A recursive lock of the threads of this process, in memory of six pointers.
-/// Leaving a section that another thread or nobody holds does nothing.
+/// Leaving a section that another thread or nobody holds does nothing. Both always
+/// answer true, as a lock does: nothing is left to do behind the call.
 void sys_critical_open(void* section);
-void sys_critical_enter(void* section);
-void sys_critical_leave(void* section);
+bool sys_critical_enter(void* section);
+bool sys_critical_leave(void* section);
 void sys_critical_close(void* section);
 
 /// A semaphore, or null. Counts must satisfy 0 <= initial <= maximum, 1 <= maximum.
@@ -201,10 +202,15 @@ void sys_semaphore_close(void* semaphore);
 /// Exit code of a thread or process that has not ended.
 enum { sys_still_active = 259 };
 
-/// Starts a thread that calls `run(argument)`: 0, or -1 and a null handle. Handle
-/// and id, which is what `sys_thread_self` gives there, are set before `run` is
-/// called and not touched afterwards. The exit code is 0 when `run` returns.
-int sys_thread_start(void (*run)(void*), void* argument, void** thread, int* id);
+/// The room for what a thread is given, and what a start gives without memory.
+enum : unsigned { sys_most_thread_argument = 4 * sizeof(void*) };
+enum { sys_no_memory = -2 };
+
+/// Starts a thread that calls `run` with a copy of the `size` bytes at `argument`,
+/// which lasts until `run` returns: 0, or sys_no_memory or -1, and then a null handle.
+/// Handle and id, which is what `sys_thread_self` gives there, are set before `run`
+/// is called and not touched afterwards. The exit code is 0 when `run` returns.
+int sys_thread_start(void (*run)(void*), const void* argument, unsigned size, void** thread, int* id);
 /// The thread goes on. Null does nothing.
 void sys_thread_close(void* thread);
 /// Waits for the end, thread-local objects destroyed.

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <list>
 #include <map>
 #include <memory>
@@ -925,13 +926,13 @@ int fail() { return fail_with(errno); }
 using futex_word = std::atomic<unsigned>;
 enum futex_scope { this_process = FUTEX_PRIVATE_FLAG, all_processes = 0 };
 
-// A moment on the monotonic clock, or never. Waits begun anew after an
-// interruption keep it.
+// A moment on the monotonic clock, or one that never comes. Waits begun anew
+// after an interruption keep it.
 class deadline {
 public:
-    explicit deadline(unsigned limit) : limited_(limit != sys_no_limit)
+    explicit deadline(unsigned limit)
     {
-        if (!limited_)
+        if (limit == sys_no_limit)
             return;
         clock_gettime(CLOCK_MONOTONIC, &at_);
         at_.tv_sec += limit / 1000;
@@ -941,19 +942,32 @@ public:
             ++at_.tv_sec;
         }
     }
-    const timespec* get() const { return limited_ ? &at_ : nullptr; }
+    // Never null: a wait without any deadline would be begun again by the kernel
+    // itself after a signal, and never look at the gate.
+    const timespec* get() const { return &at_; }
 
 private:
-    timespec at_ {};
-    bool limited_;
+    timespec at_ { std::numeric_limits<time_t>::max(), 0 };
 };
 
-// False when the deadline passed. May return for no reason.
-bool futex_wait(futex_word& word, unsigned seen, const deadline& until, futex_scope scope = this_process)
+// 0 or the error. Sleeps for no reason may end.
+int futex_sleep(futex_word& word, unsigned seen, const deadline& until, futex_scope scope = this_process)
 {
     const long r = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET | scope, seen, until.get(), nullptr,
                            FUTEX_BITSET_MATCH_ANY);
-    return r == 0 || errno != ETIMEDOUT;
+    return r == 0 ? 0 : errno;
+}
+
+void look_at_gate();
+
+// False when the deadline passed. May return for no reason. A thread that is to
+// be stopped stops in here at the latest.
+bool futex_wait(futex_word& word, unsigned seen, const deadline& until, futex_scope scope = this_process)
+{
+    const int error = futex_sleep(word, seen, until, scope);
+    if (error == EINTR)
+        look_at_gate();
+    return error != ETIMEDOUT;
 }
 
 void futex_wait(futex_word& word, unsigned seen) { futex_wait(word, seen, deadline(sys_no_limit)); }
@@ -973,15 +987,28 @@ __attribute__((tls_model("initial-exec"))) thread_local char thread_mark;
 struct critical {
     enum : unsigned { is_free, is_taken, has_sleepers };
     futex_word state { is_free };
-    unsigned depth = 0;
+    unsigned again = 0; // how often the owner entered beyond the first time
     std::atomic<const char*> owner { nullptr };
 };
 static_assert(sizeof(critical) <= 6 * sizeof(void*), "sync_critical has room for it");
 
-__attribute__((noinline)) void enter_contended(critical& c)
+bool own(critical& c, const char* self)
+{
+    c.owner.store(self, std::memory_order_relaxed);
+    return true;
+}
+
+__attribute__((noinline)) bool enter_contended(critical& c, const char* self)
 {
     while (c.state.exchange(critical::has_sleepers, std::memory_order_acquire) != critical::is_free)
         futex_wait(c.state, critical::has_sleepers);
+    return own(c, self);
+}
+
+__attribute__((noinline)) bool wake_next(critical& c)
+{
+    futex_wake(c.state, 1);
+    return true;
 }
 
 // A semaphore, in memory that processes may share. A waiter counts itself
@@ -1256,7 +1283,7 @@ void close_object(const named_object& object, bool keep_head)
 // An unnamed semaphore, or what this process keeps of a named one.
 struct semaphore_block {
     semaphore counts;
-    std::atomic<unsigned> sleepers; // of this process
+    std::atomic<unsigned> users; // its handle, and who sleeps on it in this process
 };
 
 struct semaphore_record {
@@ -1269,12 +1296,22 @@ handle_table<semaphore_record> semaphores;
 
 futex_scope scope_of(const semaphore_record& record) { return record.object.head ? all_processes : this_process; }
 
+// Whoever sleeps on a closed semaphore sleeps on: the last user takes its memory away.
+void drop_semaphore(const semaphore_record& record)
+{
+    if (record.block->users.fetch_sub(1) > 1)
+        return;
+    if (record.object.head)
+        munmap(record.object.head, head_size);
+    delete record.block;
+}
+
 // The slot may be another semaphore's when this one is closed meanwhile: a copy stays.
 __attribute__((noinline)) int wait_asleep(semaphore_record record, unsigned limit)
 {
-    record.block->sleepers.fetch_add(1);
+    record.block->users.fetch_add(1);
     const int r = wait_for_count(*record.counts, limit, scope_of(record));
-    record.block->sleepers.fetch_sub(1);
+    drop_semaphore(record);
     return r;
 }
 
@@ -1308,29 +1345,35 @@ bool open_named_semaphore(const char* name, const semaphore_block& block, named_
 // Suspension: a signal brings the thread into a handler, where it parks at a gate
 // until the count is 0 again. Killing: the thread parks for ever, with
 // all signals blocked. Who suspends or kills waits until the thread has parked.
+// Sanitizers hold signals back from a thread that does not sleep in a function they
+// know, so a wait that was interrupted looks at the gate too, and who waits
+// for the thread to park sends the signal again after a while.
 
-// The gate is one word, so that a thread cannot leave while another suspends it:
-// three bits, and the number of suspensions above them.
-enum gate_bits : unsigned { gate_parked = 1, gate_doomed = 2, gate_dead = 4, one_suspension = 8 };
+// The gate is one word, so that a thread cannot leave or end while another suspends
+// it: four bits, and the number of suspensions above them.
+enum gate_bits : unsigned { gate_parked = 1, gate_doomed = 2, gate_dead = 4, gate_closed = 8, one_suspension = 16 };
 constexpr unsigned most_suspensions = 127;
+
+enum id_states : unsigned { id_untold, id_being_told, id_awaited, id_told };
+enum end_states : unsigned { not_ended, not_ended_and_awaited, has_ended };
 
 struct thread_block {
     std::atomic<unsigned> owners { 3 }; // the handle, the thread, its starter
     futex_word gate { 0 };
-    futex_word ended { 0 };
+    futex_word id_state { id_untold };
+    futex_word ended { not_ended };
     std::atomic<int> exit_code { sys_still_active };
     int own_exit_code = 0;
     int id = 0;
-    int* id_wanted = nullptr; // where it is told, null once it was
+    int* id_wanted = nullptr; // where it is told
     void (*run)(void*) = nullptr;
-    void* argument = nullptr;
-    std::mutex control; // one tells its id, suspends, kills or ends it at a time
+    alignas(std::max_align_t) char argument[sys_most_thread_argument];
+    std::mutex control; // one suspends or kills it at a time; never taken by itself
     jmp_buf way_out;
 };
 
-enum end_states : unsigned { not_ended, not_ended_and_awaited, has_ended };
-
-thread_local thread_block* current_block = nullptr;
+// The model: see thread_mark.
+__attribute__((tls_model("initial-exec"))) thread_local thread_block* current_block = nullptr;
 
 // The signal that stops threads. Nothing is installed before its first use.
 std::atomic<int> stop_signal { 0 };
@@ -1363,15 +1406,15 @@ void tell_end(thread_block& block, int exit_code)
         pause();
 }
 
-// Waits until no suspension is left.
-void pass_gate(thread_block& block)
+// Waits until no suspension is left, and leaves with `mark` set.
+void pass_gate(thread_block& block, unsigned mark = 0)
 {
     unsigned seen = block.gate.load(std::memory_order_acquire);
     for (;;) {
         if (seen & gate_doomed)
             park_for_ever(block);
         if (seen < one_suspension) {
-            if (block.gate.compare_exchange_weak(seen, seen & ~gate_parked, std::memory_order_acq_rel))
+            if (block.gate.compare_exchange_weak(seen, (seen & ~gate_parked) | mark, std::memory_order_acq_rel))
                 return;
             continue;
         }
@@ -1381,17 +1424,22 @@ void pass_gate(thread_block& block)
             seen |= gate_parked;
             futex_wake(block.gate, all_sleepers);
         }
-        futex_wait(block.gate, seen);
+        futex_sleep(block.gate, seen, deadline(sys_no_limit));
         seen = block.gate.load(std::memory_order_acquire);
     }
+}
+
+void look_at_gate()
+{
+    // Before its block is known a thread looks at the gate anyway.
+    if (current_block)
+        pass_gate(*current_block);
 }
 
 void on_stop_signal(int)
 {
     const int saved = errno;
-    // Before its block is known a thread looks at the gate anyway.
-    if (current_block)
-        pass_gate(*current_block);
+    look_at_gate();
     errno = saved;
 }
 
@@ -1439,31 +1487,42 @@ private:
 
 bool has_finished(const thread_block& block) { return block.ended.load(std::memory_order_acquire) == has_ended; }
 
-// Sends the thread to its gate and waits until any of `bits` shows that it is there.
-bool send_to_gate(thread_block& block, unsigned bits)
+// Adds to a gate that is not closed and below `limit`. Returns what was there before.
+unsigned raise_gate(thread_block& block, unsigned addition, unsigned limit)
 {
-    if (!(block.gate.load(std::memory_order_acquire) & gate_parked)
-        && syscall(SYS_tgkill, getpid(), block.id, stop_signal.load()) != 0) {
-        fail();
-        return false;
+    unsigned seen = block.gate.load(std::memory_order_acquire);
+    while (!(seen & gate_closed) && seen < limit
+           && !block.gate.compare_exchange_weak(seen, seen + addition, std::memory_order_acq_rel)) {
     }
-    for (;;) {
-        const unsigned seen = block.gate.load(std::memory_order_acquire);
-        if (seen & bits)
-            return true;
-        futex_wait(block.gate, seen);
+    return seen;
+}
+
+// Sends the thread to its gate and waits until it is there, or nobody wants it there any more.
+void send_to_gate(thread_block& block, bool (*is_settled)(unsigned gate))
+{
+    constexpr unsigned longest_patience = 1000;
+    for (unsigned patience = 1;; patience = std::min(2 * patience, longest_patience)) {
+        const deadline until(patience);
+        unsigned seen = block.gate.load(std::memory_order_acquire);
+        if (!is_settled(seen) && !(seen & gate_parked))
+            syscall(SYS_tgkill, getpid(), block.id, stop_signal.load());
+        bool in_time = true;
+        while (!is_settled(seen) && in_time) {
+            in_time = futex_sleep(block.gate, seen, until) != ETIMEDOUT;
+            seen = block.gate.load(std::memory_order_acquire);
+        }
+        if (is_settled(seen))
+            return;
     }
 }
 
 // The end of a thread is told by the destructor of a thread-specific value: by
-// then its thread_local objects are gone.
+// then its thread_local objects are gone. Behind the closed gate nobody stops it.
 void finish_thread(void* value)
 {
     thread_block* block = static_cast<thread_block*>(value);
-    {
-        const std::lock_guard<std::mutex> guard(block->control);
-        tell_end(*block, block->own_exit_code);
-    }
+    pass_gate(*block, gate_closed);
+    tell_end(*block, block->own_exit_code);
     current_block = nullptr;
     drop_block(block);
 }
@@ -1506,11 +1565,18 @@ int id_of(pthread_t thread)
 // Until its id is told a thread cannot end.
 void tell_id(thread_block& block, pthread_t thread)
 {
-    const std::lock_guard<std::mutex> guard(block.control);
-    if (!block.id_wanted)
+    unsigned seen = id_untold;
+    if (block.id_state.compare_exchange_strong(seen, id_being_told, std::memory_order_acq_rel)) {
+        *block.id_wanted = block.id = id_of(thread);
+        if (block.id_state.exchange(id_told, std::memory_order_acq_rel) == id_awaited)
+            futex_wake(block.id_state, all_sleepers);
         return;
-    *block.id_wanted = block.id = id_of(thread);
-    block.id_wanted = nullptr;
+    }
+    while (seen != id_told) {
+        if (seen == id_awaited || block.id_state.compare_exchange_strong(seen, id_awaited, std::memory_order_acq_rel))
+            futex_wait(block.id_state, id_awaited);
+        seen = block.id_state.load(std::memory_order_acquire);
+    }
 }
 
 void* thread_main(void* argument)
@@ -1519,7 +1585,7 @@ void* thread_main(void* argument)
     current_block = block;
     const bool finishes = pthread_setspecific(setting().end_key, block) == 0;
     let_stop_signal_through();
-    pass_gate(*block); // who stops it already holds its control
+    pass_gate(*block); // it may be stopped already
     tell_id(*block, pthread_self());
     if (_setjmp(block->way_out) == 0)
         block->run(block->argument);
@@ -1530,13 +1596,35 @@ void* thread_main(void* argument)
 
 thread_block* block_of(void* thread) { return static_cast<thread_block*>(thread); }
 
-int wait_for_end(thread_block& block, const deadline& until)
+// Giving way a few times is cheaper than falling asleep for a thread that does
+// little: it often ends on this very processor meanwhile. But on a busy machine
+// others take the way given, for milliseconds. After such a loss the next waits
+// fall asleep at once: the more of them, the more often it happened.
+void give_way(const thread_block& block)
 {
-    // Giving way a few times is cheaper than falling asleep for a thread that
-    // does little: it often ends on this very processor meanwhile.
     constexpr int ways = 4;
+    constexpr double dear = 1e5; // nanoseconds
+    constexpr unsigned fewest = 64, most = 1 << 16;
+    static std::atomic<unsigned> waits_without { 0 };
+    static std::atomic<unsigned> penalty { fewest };
+    const unsigned without = waits_without.load(std::memory_order_relaxed);
+    if (without > 0)
+        return waits_without.store(without - 1, std::memory_order_relaxed);
+    const double begin = sys_ticks();
     for (int i = 0; i < ways && !has_finished(block); ++i)
         sched_yield();
+    const unsigned last = penalty.load(std::memory_order_relaxed);
+    if (sys_ticks() - begin > dear) {
+        waits_without.store(last, std::memory_order_relaxed);
+        penalty.store(std::min(last * 4, most), std::memory_order_relaxed);
+    } else {
+        penalty.store(std::max(last - last / 64, fewest), std::memory_order_relaxed);
+    }
+}
+
+int wait_for_end(thread_block& block, const deadline& until)
+{
+    give_way(block);
     for (;;) {
         unsigned seen = not_ended;
         block.ended.compare_exchange_strong(seen, not_ended_and_awaited, std::memory_order_acq_rel);
@@ -1562,29 +1650,32 @@ double sys_ticks_per_second() { return 1e9; }
 
 void sys_critical_open(void* section) { new (section) critical; }
 
-void sys_critical_enter(void* section)
+bool sys_critical_enter(void* section)
 {
     critical& c = *static_cast<critical*>(section);
     const char* self = &thread_mark;
     if (c.owner.load(std::memory_order_relaxed) == self) {
-        ++c.depth;
-        return;
+        ++c.again;
+        return true;
     }
     unsigned expected = critical::is_free;
     if (!c.state.compare_exchange_strong(expected, critical::is_taken, std::memory_order_acquire))
-        enter_contended(c);
-    c.owner.store(self, std::memory_order_relaxed);
-    c.depth = 1;
+        return enter_contended(c, self);
+    return own(c, self);
 }
 
-void sys_critical_leave(void* section)
+bool sys_critical_leave(void* section)
 {
     critical& c = *static_cast<critical*>(section);
-    if (c.owner.load(std::memory_order_relaxed) != &thread_mark || --c.depth > 0)
-        return;
+    if (c.owner.load(std::memory_order_relaxed) != &thread_mark)
+        return true;
+    if (c.again > 0) {
+        --c.again;
+        return true;
+    }
     c.owner.store(nullptr, std::memory_order_relaxed);
-    if (c.state.exchange(critical::is_free, std::memory_order_release) == critical::has_sleepers)
-        futex_wake(c.state, 1);
+    const bool awaited = c.state.exchange(critical::is_free, std::memory_order_release) == critical::has_sleepers;
+    return awaited ? wake_next(c) : true;
 }
 
 void sys_critical_close(void*) {}
@@ -1599,6 +1690,7 @@ void* sys_semaphore_open(const char* name, int initial, int maximum)
     block->counts.count.store(static_cast<unsigned>(initial));
     block->counts.likely_count.store(static_cast<unsigned>(initial));
     block->counts.maximum = static_cast<unsigned>(maximum);
+    block->users.store(1);
     named_object object = { -1, nullptr };
     if (name && *name && !open_named_semaphore(name, *block, &object))
         return nullptr;
@@ -1633,22 +1725,23 @@ void sys_semaphore_close(void* handle)
     semaphore_record record;
     if (!semaphores.remove(handle, &record))
         return;
-    // Whoever sleeps on it sleeps on: its memory stays.
-    const bool keep = record.block->sleepers.load() > 0;
     if (record.object.head)
-        close_object(record.object, keep);
-    if (!keep)
-        delete record.block;
+        close_object(record.object, true);
+    drop_semaphore(record);
 }
 
-int sys_thread_start(void (*run)(void*), void* argument, void** thread, int* id)
+int sys_thread_start(void (*run)(void*), const void* argument, unsigned size, void** thread, int* id)
 {
     *thread = nullptr;
-    thread_block* block = setting().sound ? new (std::nothrow) thread_block : nullptr;
-    if (!block)
-        return fail_with(ENOMEM);
+    if (!setting().sound)
+        return fail_with(EAGAIN);
+    thread_block* block = new (std::nothrow) thread_block;
+    if (!block) {
+        fail_with(ENOMEM);
+        return sys_no_memory;
+    }
     block->run = run;
-    block->argument = argument;
+    std::memcpy(block->argument, argument, size);
     block->id_wanted = id;
     *thread = block;
     pthread_t made;
@@ -1684,22 +1777,24 @@ int sys_thread_exit_code(void* thread) { return block_of(thread)->exit_code.load
 
 int sys_thread_suspend(void* thread)
 {
+    constexpr unsigned limit = most_suspensions * one_suspension;
     thread_block& block = *block_of(thread);
     const bool self = &block == current_block;
-    unsigned count;
+    unsigned seen;
     {
         const unstoppable here;
         const std::lock_guard<std::mutex> guard(block.control);
-        count = block.gate.load() / one_suspension;
-        if (has_finished(block) || count == most_suspensions || !prepare_stop_signal())
-            return fail_with(count == most_suspensions ? EOVERFLOW : ESRCH);
-        block.gate.fetch_add(one_suspension, std::memory_order_acq_rel);
-        if (!self && count == 0 && !send_to_gate(block, gate_parked))
-            return -1;
+        if (has_finished(block) || !prepare_stop_signal())
+            return fail_with(ESRCH);
+        seen = raise_gate(block, one_suspension, limit);
+        if (seen & gate_closed || seen >= limit)
+            return fail_with(seen & gate_closed ? ESRCH : EOVERFLOW);
+        if (!self)
+            send_to_gate(block, [](unsigned gate) { return gate < one_suspension || (gate & gate_parked); });
     }
     if (self)
         pass_gate(block);
-    return static_cast<int>(count);
+    return static_cast<int>(seen / one_suspension);
 }
 
 int sys_thread_resume(void* thread)
@@ -1707,12 +1802,12 @@ int sys_thread_resume(void* thread)
     thread_block& block = *block_of(thread);
     unsigned seen = block.gate.load(std::memory_order_acquire);
     do {
-        if (has_finished(block))
+        if (seen & gate_closed || has_finished(block))
             return fail_with(ESRCH);
         if (seen < one_suspension)
             return 0;
     } while (!block.gate.compare_exchange_weak(seen, seen - one_suspension, std::memory_order_acq_rel));
-    if (seen & gate_parked)
+    if (seen < 2 * one_suspension)
         futex_wake(block.gate, all_sleepers);
     return static_cast<int>(seen / one_suspension);
 }
@@ -1725,10 +1820,12 @@ void sys_thread_kill(void* thread, int exit_code)
         const std::lock_guard<std::mutex> guard(block.control);
         if (has_finished(block) || !prepare_stop_signal())
             return;
-        block.gate.fetch_or(gate_doomed, std::memory_order_acq_rel);
-        futex_wake(block.gate, all_sleepers);
-        if (!send_to_gate(block, gate_dead))
+        if (raise_gate(block, gate_doomed, ~0u) & gate_closed) {
+            wait_for_end(block, deadline(sys_no_limit));
             return;
+        }
+        futex_wake(block.gate, all_sleepers);
+        send_to_gate(block, [](unsigned gate) { return (gate & gate_dead) != 0; });
         tell_end(block, exit_code);
     }
     drop_block(&block); // on behalf of the thread, which never will

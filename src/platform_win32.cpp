@@ -417,12 +417,12 @@ int resume_thread(void* thread, void* whole)
 
 struct thread_entry {
     void (*run)(void*);
-    void* argument;
+    alignas(std::max_align_t) char argument[sys_most_thread_argument];
 };
 
 unsigned __stdcall enter_thread(void* argument)
 {
-    const thread_entry entry = *static_cast<thread_entry*>(argument);
+    thread_entry entry = *static_cast<thread_entry*>(argument);
     delete static_cast<thread_entry*>(argument);
     entry.run(entry.argument);
     return 0;
@@ -448,12 +448,17 @@ double sys_ticks_per_second()
 
 void sys_critical_open(void* section) { InitializeCriticalSection(section_of(section)); }
 
-void sys_critical_enter(void* section) { EnterCriticalSection(section_of(section)); }
+bool sys_critical_enter(void* section)
+{
+    EnterCriticalSection(section_of(section));
+    return true;
+}
 
-void sys_critical_leave(void* section)
+bool sys_critical_leave(void* section)
 {
     if (is_own(*section_of(section)))
         LeaveCriticalSection(section_of(section));
+    return true;
 }
 
 void sys_critical_close(void* section) { DeleteCriticalSection(section_of(section)); }
@@ -473,12 +478,15 @@ void sys_semaphore_close(void* semaphore)
         CloseHandle(semaphore);
 }
 
-int sys_thread_start(void (*run)(void*), void* argument, void** thread, int* id)
+int sys_thread_start(void (*run)(void*), const void* argument, unsigned size, void** thread, int* id)
 {
     *thread = nullptr;
-    thread_entry* entry = new (std::nothrow) thread_entry { run, argument };
-    if (!entry)
-        return fail_with(ERROR_NOT_ENOUGH_MEMORY);
+    thread_entry* entry = new (std::nothrow) thread_entry { run, {} };
+    if (!entry) {
+        fail_with(ERROR_NOT_ENOUGH_MEMORY);
+        return sys_no_memory;
+    }
+    std::memcpy(entry->argument, argument, size);
     unsigned made = 0;
     const std::uintptr_t handle = _beginthreadex(nullptr, 0, enter_thread, entry, CREATE_SUSPENDED, &made);
     if (handle == 0) {

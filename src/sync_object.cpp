@@ -50,17 +50,9 @@ sync_critical::sync_critical(const sync_critical& other) : sync_object(other) { 
 
 sync_critical::~sync_critical() { sys_critical_close(section_); }
 
-bool sync_critical::lock(const timeval*)
-{
-    sys_critical_enter(section_);
-    return true;
-}
+bool sync_critical::lock(const timeval*) { return sys_critical_enter(section_); }
 
-bool sync_critical::unlock()
-{
-    sys_critical_leave(section_);
-    return true;
-}
+bool sync_critical::unlock() { return sys_critical_leave(section_); }
 
 smart_lock::smart_lock(sync_object& object, bool lock_now) : object_(object), locked_(lock_now && object.lock(nullptr))
 {

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 #include <stdkro/xcpt.h>
 
 namespace {
@@ -18,12 +17,15 @@ namespace {
 constexpr int killed_exit_code = -1;
 constexpr unsigned most_waited_for = 63;
 
+// What a thread begins with. The platform keeps it, so that nothing of a thread
+// that is killed before it begins is left.
 struct start_record {
     thread* self;
     thread::function run;
     void* first;
     void* second;
 };
+static_assert(sizeof(start_record) <= sys_most_thread_argument, "the platform has room for it");
 
 // The object whose function the calling thread runs.
 thread_local thread* current_thread = nullptr;
@@ -42,17 +44,14 @@ int thread::start(void* first, function run, void* second)
     if (!run)
         return err::bad_argument;
     states_.store(0, std::memory_order_relaxed); // KEEP: the slot number goes too
-    start_record* record = new (std::nothrow) start_record { this, run, first, second };
-    if (!record)
-        return err::out_of_memory;
     set_states(state_running);
-    if (sys_thread_start(enter, record, &handle_, &id_) != 0) {
-        id_ = 0;
-        clr_states(state_running);
-        delete record;
-        return err::failed;
-    }
-    return 0;
+    const start_record record = { this, run, first, second };
+    const int r = sys_thread_start(enter, &record, sizeof record, &handle_, &id_);
+    if (r == 0)
+        return 0;
+    id_ = 0;
+    clr_states(state_running);
+    return r == sys_no_memory ? err::out_of_memory : err::failed;
 }
 
 int thread::start(void* argument) { return start(nullptr, execute, argument); }
@@ -64,9 +63,7 @@ void thread::doExecute(void*) {}
 // The first function of the new thread.
 void thread::enter(void* argument)
 {
-    start_record* record = static_cast<start_record*>(argument);
-    const start_record work = *record;
-    delete record;
+    const start_record& work = *static_cast<const start_record*>(argument);
     current_thread = work.self;
     work.self->set_states(state_running);
     try {

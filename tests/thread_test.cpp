@@ -784,9 +784,6 @@ TEST(thread_object, suspensions_have_a_limit)
     w.finish();
 }
 
-// The sanitizer keeps signals from a thread that waits for a mutex, as one does
-// that is about to end while another suspends it.
-#if !defined(__SANITIZE_THREAD__)
 TEST(thread_object, a_finished_thread_is_not_suspended)
 {
     brief_worker b;
@@ -801,7 +798,6 @@ TEST(thread_object, a_finished_thread_is_not_suspended)
     b.set_freed();
     EXPECT_EQ(b.suspend(), -1);
 }
-#endif
 
 TEST(thread_object, may_suspend_itself)
 {
@@ -849,7 +845,6 @@ TEST(thread_object, is_killed_wherever_it_is)
               there = true;
               std::this_thread::sleep_for(std::chrono::hours(1));
           } },
-#if !defined(__SANITIZE_THREAD__)
         { "waiting", [](worker*, void*, void*) {
               there = true;
               never.lock();
@@ -860,7 +855,6 @@ TEST(thread_object, is_killed_wherever_it_is)
               there = true;
               other.wait_done();
           } },
-#endif
     };
     for (const auto& place : places) {
         for (const bool suspended : { false, true }) {
@@ -926,7 +920,6 @@ TEST(thread_object, may_terminate_itself)
     EXPECT_FALSE(unwound);
 }
 
-#if !defined(__SANITIZE_THREAD__)
 TEST(thread_object, waits_go_on_after_an_interruption)
 {
     struct shared { sync_sem sem { 0, 1 }; timeval limit; bool result = true; double spent = 0; } s;
@@ -957,7 +950,6 @@ TEST(thread_object, waits_go_on_after_an_interruption)
     w.wait_done();
     EXPECT_TRUE(s.result);
 }
-#endif
 
 // ---- waiting for several ---------------------------------------------------
 

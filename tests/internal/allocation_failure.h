@@ -14,6 +14,7 @@
 #ifndef STDKRO_TESTS_ALLOCATION_FAILURE_H
 #define STDKRO_TESTS_ALLOCATION_FAILURE_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -50,6 +51,13 @@ public:
     int nth() const { return nth_; }
 
     ~allocation_failure() { disarm(); }
+
+    /// The objects that `new` made and nobody has deleted yet.
+    static std::atomic<long>& living()
+    {
+        static std::atomic<long> count { 0 };
+        return count;
+    }
 
     /// Counts an allocation; true when it is the one to fail.
     static bool strikes()
@@ -90,26 +98,33 @@ void* __wrap_calloc(std::size_t count, std::size_t size)
 
 } // extern "C"
 
-void* operator new(std::size_t size)
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     void* const block = allocation_failure::strikes() ? nullptr : __real_malloc(size ? size : 1);
+    allocation_failure::living() += block != nullptr;
+    return block;
+}
+
+void* operator new(std::size_t size)
+{
+    void* const block = operator new(size, std::nothrow);
     if (!block)
         throw std::bad_alloc();
     return block;
 }
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+void operator delete(void* block) noexcept
 {
-    return allocation_failure::strikes() ? nullptr : __real_malloc(size ? size : 1);
+    allocation_failure::living() -= block != nullptr;
+    std::free(block);
 }
 
 void* operator new[](std::size_t size) { return operator new(size); }
 void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept { return operator new(size, tag); }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete[](void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
-void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { operator delete(block); }
+void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+void operator delete[](void* block, std::size_t) noexcept { operator delete(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { operator delete(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { operator delete(block); }
 
 #endif
