@@ -207,60 +207,22 @@ void print_cpp(const arguments& patterns, rdfa& dfa)
                 columns);
 }
 
-/// What is printed, and of which automaton.
-struct choice {
-    std::string automaton; // the option given, or empty
-    std::string form;
-    arguments patterns;
-};
-
-void choose(std::string& slot, const std::string& word)
-{
-    if (!slot.empty() && slot != word)
-        throw usage_error { slot + " and " + word + " exclude each other" };
-    slot = word;
-}
-
-choice read_words(const arguments& words)
-{
-    choice c;
-    bool options = true;
-    for (const std::string& word : words) {
-        if (!options || word.compare(0, 2, "--") != 0)
-            c.patterns.push_back(word);
-        else if (word == "--")
-            options = false; // what follows are patterns, whatever they begin with
-        else if (word == "--nfa" || word == "--dfa")
-            choose(c.automaton, word);
-        else if (word == "--dot" || word == "--table" || word == "--cpp")
-            choose(c.form, word);
-        else
-            throw usage_error { "no option '" + word + "'" };
-    }
-    if (c.automaton == "--nfa" && c.form == "--cpp")
-        throw usage_error { "--cpp wants --dfa" };
-    if (c.patterns.empty())
-        throw usage_error { "a pattern is missing" };
-    if (c.patterns.size() > 32767)
-        throw usage_error { "too many patterns" };
-    return c;
-}
-
-int print(const choice& c)
+int print(const command_words& words)
 {
     rnfa nfa;
     short rule = 0;
-    for (const std::string& pattern : c.patterns)
+    for (const std::string& pattern : words.operands)
         add_whole_rule(nfa, pattern, ++rule);
+    const bool is_nfa = words.has("nfa");
     rdfa dfa;
-    if (c.automaton != "--nfa")
+    if (!is_nfa)
         build(dfa, nfa);
-    if (c.form == "--cpp") {
-        print_cpp(c.patterns, dfa);
+    if (words.has("cpp")) {
+        print_cpp(words.operands, dfa);
         return exit_success;
     }
-    const graph g = c.automaton == "--nfa" ? graph_of(nfa) : graph_of(dfa);
-    if (c.form == "--dot")
+    const graph g = is_nfa ? graph_of(nfa) : graph_of(dfa);
+    if (words.has("dot"))
         print_dot(g);
     else
         print_table(g);
@@ -269,11 +231,14 @@ int print(const choice& c)
 
 } // namespace
 
-int automaton_command(const arguments& words)
+int automaton_command(const command_words& words)
 {
-    const choice c = read_words(words);
+    if (words.has("nfa") && words.has("cpp"))
+        throw usage_error { "--cpp wants --dfa" };
+    if (words.operands.size() > 32767)
+        throw usage_error { "too many patterns" };
     try {
-        return print(c);
+        return print(words);
     } catch (const xcpt& e) {
         return report_error(e.get_err(), e.what());
     }

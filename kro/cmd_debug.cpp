@@ -141,47 +141,24 @@ void read_commands(debugger& target)
     }
 }
 
-struct debug_words {
-    std::string file;
-    std::vector<definition> definitions;
-};
-
-debug_words read_debug_words(const arguments& words)
-{
-    debug_words read;
-    for (size_t i = 0; i < words.size(); ++i) {
-        if (words[i] == "-D") {
-            if (++i == words.size())
-                throw usage_error { "-D wants NAME=VALUE" };
-            read.definitions.push_back(read_definition(words[i]));
-        } else if (!words[i].empty() && words[i][0] == '-') {
-            throw usage_error { words[i] == "-" ? "standard input is for the commands" : "no option " + words[i] };
-        } else if (!read.file.empty()) {
-            throw usage_error { "more than one file" };
-        } else {
-            read.file = words[i];
-        }
-    }
-    if (read.file.empty())
-        throw usage_error { "no file" };
-    return read;
-}
-
 } // namespace
 
-int debug_command(const arguments& words)
+int debug_command(const command_words& words)
 {
-    const debug_words read = read_debug_words(words);
+    const std::string& file = words.operands[0];
+    if (file == "-")
+        throw usage_error { "standard input is for the commands" };
+    const std::vector<definition> definitions = read_definitions(words);
     script source;
-    const int loaded = source.load(read.file);
+    const int loaded = source.load(file);
     if (loaded < 0)
         return report_unreadable(source, loaded);
     xpp::xmachine machine;
-    define(machine.get_field(), read.definitions);
+    define(machine.get_field(), definitions);
     const int status = compile(machine, source);
     if (status != exit_success)
         return status;
-    debugger target(machine, source, read.definitions);
+    debugger target(machine, source, definitions);
     target.restart();
     read_commands(target);
     return target.has_failed() ? exit_failure : exit_success;

@@ -26,14 +26,13 @@ bool read_code(const std::string& word, int& code)
 
 } // namespace
 
-int err_command(const arguments& words)
+int err_command(const command_words& words)
 {
-    if (words.empty())
-        throw usage_error { "a status code is missing" };
-    std::vector<int> codes(words.size());
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        if (!read_code(words[i], codes[i]))
-            throw usage_error { "'" + words[i] + "' is not a status code" };
+    std::vector<int> codes;
+    for (const std::string& word : words.operands) {
+        codes.push_back(0);
+        if (!read_code(word, codes.back()))
+            throw usage_error { "'" + word + "' is not a status code" };
     }
     for (const int code : codes)
         std::printf("0x%08x: %s\n", static_cast<unsigned>(code), get_err_info(code));

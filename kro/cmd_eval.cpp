@@ -35,27 +35,6 @@ size_t next_place(eparser::elexer& lexer, int& kind)
     return static_cast<size_t>(next.get_begin() - lexer.get_buf());
 }
 
-/// The expression among the words; the definitions go into `calc`.
-std::string read_words(const arguments& words, ecalc& calc)
-{
-    const std::string* expression = nullptr;
-    for (size_t i = 0; i < words.size(); ++i) {
-        if (words[i] == "-D") {
-            if (++i == words.size())
-                throw usage_error { "-D wants NAME=VALUE" };
-            const definition d = read_definition(words[i]);
-            calc.get_vars().set(d.name.c_str(), d.value);
-        } else if (expression) {
-            throw usage_error { "more than one expression; quote it to make it one word" };
-        } else {
-            expression = &words[i];
-        }
-    }
-    if (!expression)
-        throw usage_error { "no expression" };
-    return *expression;
-}
-
 int evaluate(ecalc& calc, const std::string& text)
 {
     eparser::elexer lexer;
@@ -90,9 +69,10 @@ int evaluate_and_print(ecalc& calc, const std::string& text)
     }
 }
 
-int eval_command(const arguments& words)
+int eval_command(const command_words& words)
 {
     ecalc calc;
-    const std::string text = read_words(words, calc);
-    return evaluate_and_print(calc, text);
+    for (const definition& d : read_definitions(words))
+        calc.get_vars().set(d.name.c_str(), d.value);
+    return evaluate_and_print(calc, words.operands[0]);
 }

@@ -144,7 +144,7 @@ int not_found(const ini_file& file, const std::string& section, const std::strin
     return report_error_in(file.path + ": [" + section + "] " + name, err::not_exist);
 }
 
-int print(ini_file& file, const arguments&, bool)
+int print(const ini_file& file)
 {
     const std::string text = text_of(file.doc, "\n");
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -199,49 +199,26 @@ int list(ini_file& file, const arguments& words, bool)
     return exit_success;
 }
 
-struct action {
+const struct {
     const char* name;
-    std::size_t fewest_words, most_words;
-    bool writes;
     int (*run)(ini_file& file, const arguments& words, bool forced);
-};
-
-const action actions[] = {
-    { "get", 2, 2, false, get },
-    { "set", 3, 3, true, set },
-    { "unset", 2, 2, true, unset },
-    { "list", 0, 1, false, list },
-};
-
-const action& find_action(const std::string& name)
-{
-    for (const action& a : actions)
-        if (name == a.name)
-            return a;
-    throw usage_error { "'" + name + "' is no action" };
-}
+} actions[] = { { "get", get }, { "set", set }, { "unset", unset }, { "list", list } };
 
 } // namespace
 
-int ini_command(const arguments& words)
+int ini_command(const command_words& words)
 {
-    if (words.empty())
-        throw usage_error { "a file is missing" };
+    arguments rest = words.operands;
     ini_file file;
-    file.path = words[0];
-    action chosen = { "", 0, 0, false, print };
-    arguments rest(words.begin() + 1, words.end());
-    bool forced = false;
-    if (!rest.empty()) {
-        chosen = find_action(rest[0]);
-        rest.erase(rest.begin());
-        // A value may be any word, so only a word behind the value is an option.
-        forced = chosen.writes && rest.size() == chosen.most_words + 1 && rest.back() == "--force";
-        if (forced)
-            rest.pop_back();
-    }
-    if (rest.size() < chosen.fewest_words || rest.size() > chosen.most_words)
-        throw usage_error { rest.size() < chosen.fewest_words ? "words are missing" : "'" + rest.back() + "' is not expected" };
+    file.path = rest[0];
+    rest.erase(rest.begin());
     const int status = load(file);
-    return status == exit_success ? chosen.run(file, rest, forced) : status;
+    if (status != exit_success || rest.empty())
+        return status == exit_success ? print(file) : status;
+    const std::string name = rest[0];
+    rest.erase(rest.begin());
+    const auto* chosen = actions;
+    while (name != chosen->name)
+        ++chosen;
+    return chosen->run(file, rest, words.has("force"));
 }

@@ -22,36 +22,13 @@ destination read_destination(const std::string& word)
     return to;
 }
 
-err_level level_of(const std::string& word)
-{
-    const err_level level = read_level(word.c_str());
-    if (level == lv_none && word != "none")
-        throw usage_error { "'" + word + "' is no level (none, hint, warn, failed, error, bad, debug)" };
-    return level;
-}
-
 } // namespace
 
-int log_command(const arguments& words)
+int log_command(const command_words& words)
 {
-    std::string file, udp, context = logger::get_logctx().name, level = "hint", message;
-    bool has_message = false;
-    const struct { const char* name; std::string* value; } options[]
-        = { { "--file", &file }, { "--udp", &udp }, { "--context", &context }, { "--level", &level } };
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        std::string* value = nullptr;
-        for (const auto& option : options)
-            value = words[i] == option.name ? option.value : value;
-        if (value && i + 1 == words.size())
-            throw usage_error { "'" + words[i] + "' wants a word behind it" };
-        if (!value && has_message)
-            throw usage_error { "'" + words[i] + "' is not expected" };
-        has_message = has_message || !value;
-        (value ? *value : message) = words[value ? ++i : i];
-    }
-    if (!has_message)
-        throw usage_error { "a message is missing" };
-    const err_level chosen = level_of(level);
+    const std::string file = words.text("file");
+    const std::string udp = words.text("udp");
+    const std::string context = words.text("context", logger::get_logctx().name);
     const destination to = udp.empty() ? destination() : read_destination(udp);
 
     // The sinks that are asked for, or the console.
@@ -67,6 +44,6 @@ int log_command(const arguments& words)
     }
     logctx app;
     app.name = context.c_str();
-    logger::print(app, chosen, "%s\n", message.c_str());
+    logger::print(app, read_level(words.text("level", "hint").c_str()), "%s\n", words.operands[0].c_str());
     return opened ? exit_success : exit_failure;
 }

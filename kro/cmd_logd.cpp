@@ -61,25 +61,12 @@ int receive(Socket& receiver, std::FILE* file, int most)
 
 } // namespace
 
-int logd_command(const arguments& words)
+int logd_command(const command_words& words)
 {
-    int port = 7906, most = 0; // 0: all
-    std::string host = "127.0.0.1", out;
-    for (std::size_t i = 0; i < words.size(); i += 2) {
-        if (words[i] != "--port" && words[i] != "--out" && words[i] != "--host" && words[i] != "--count")
-            throw usage_error { "'" + words[i] + "' is not expected" };
-        if (i + 1 == words.size())
-            throw usage_error { "'" + words[i] + "' wants a word behind it" };
-        const std::string& value = words[i + 1];
-        if (words[i] == "--port" && !read_port(value, port))
-            throw usage_error { "'" + value + "' is no port" };
-        if (words[i] == "--count" && (!read_port(value, most) || most == 0))
-            throw usage_error { "'" + value + "' is no count" };
-        if (words[i] == "--out")
-            out = value;
-        if (words[i] == "--host")
-            host = value;
-    }
+    const int port = words.number("port", 7906);
+    const std::string host = words.text("host", "127.0.0.1");
+    const std::string out = words.text("out");
+    const int most = words.number("count", 0); // 0: all
     std::unique_ptr<std::FILE, file_closer> file(out.empty() ? nullptr : std::fopen(out.c_str(), "a"));
     if (!out.empty() && !file)
         return report_error_in(out, err::file_system);

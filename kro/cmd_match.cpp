@@ -23,12 +23,10 @@ int match_all(const arguments& words)
 
 } // namespace
 
-int match_command(const arguments& words)
+int match_command(const command_words& words)
 {
-    if (words.size() < 2)
-        throw usage_error { words.empty() ? "a pattern is missing" : "a text is missing" };
     try {
-        return match_all(words);
+        return match_all(words.operands);
     } catch (const xcpt& e) {
         return report_error(e.get_err(), e.what());
     }

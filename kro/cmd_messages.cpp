@@ -120,17 +120,16 @@ private:
 
 } // namespace
 
-int messages_command(const arguments& words)
+int messages_command(const command_words& words)
 {
-    if (words.size() != 1)
-        throw usage_error { words.empty() ? "a file is missing" : "'" + words[1] + "' is not expected" };
+    const std::string& path = words.operands[0];
     std::string text;
-    const int opened = read_whole_file(words[0], text);
+    const int opened = read_whole_file(path, text);
     if (opened < 0)
-        return report_error_in(words[0], opened);
+        return report_error_in(path, opened);
     xml_reader in;
     in.load_string(text.data(), text.data() + text.size(), false);
-    language_checker checker(words[0]);
+    language_checker checker(path);
     const int r = in.read_doc(&checker);
     return r < 0 || checker.has_problem() ? exit_failure : exit_success;
 }

@@ -33,8 +33,6 @@ void expect_word(const std::string& word)
 
 int make_record(const arguments& words)
 {
-    if (words.size() < 2)
-        throw usage_error { "an interface and a method are needed, which may be empty" };
     expect_word(words[0]);
     expect_word(words[1]);
     mml_doc doc;
@@ -58,13 +56,7 @@ int make_record(const arguments& words)
 
 } // namespace
 
-int mml_command(const arguments& words)
+int mml_command(const command_words& words)
 {
-    if (words.empty())
-        throw usage_error { "a record is missing" };
-    if (words[0] == "--make")
-        return make_record(arguments(words.begin() + 1, words.end()));
-    if (words.size() > 1)
-        throw usage_error { "'" + words[1] + "' is not expected" };
-    return print_record(words[0]);
+    return words.has("make") ? make_record(words.operands) : print_record(words.operands[0]);
 }

@@ -50,17 +50,18 @@ std::string quoted_word(const std::string& word)
     return text.append(backslashes, '\\') + '"';
 }
 
-// One word is a whole command line, several are its words.
-program read_program(const arguments& words, std::size_t first)
+// Behind the action one word is a whole command line, several are its words.
+program read_program(const arguments& words)
 {
-    if (first >= words.size() || words[first].empty())
-        throw usage_error { "a command line is missing" };
-    if (words.size() == first + 1)
-        return { first_word(words[first]), words[first] };
-    if (words[first].find('"') != std::string::npos)
+    const std::string& name = words[1];
+    if (name.empty())
+        throw usage_error { "COMMAND is empty" };
+    if (words.size() == 2)
+        return { first_word(name), name };
+    if (name.find('"') != std::string::npos)
         throw usage_error { "a program's name has no quotes" };
-    program p = { words[first], '"' + words[first] + '"' };
-    for (std::size_t i = first + 1; i < words.size(); ++i)
+    program p = { name, '"' + name + '"' };
+    for (std::size_t i = 2; i < words.size(); ++i)
         p.command_line += ' ' + quoted_word(words[i]);
     return p;
 }
@@ -103,26 +104,11 @@ int run_program(const program& p, const char* directory)
     return child.wait_done();
 }
 
-const std::string& value_of(const arguments& words, std::size_t option)
+int run(const command_words& words)
 {
-    if (option + 1 >= words.size())
-        throw usage_error { "'" + words[option] + "' wants a value" };
-    return words[option + 1];
-}
-
-int run(const arguments& words)
-{
-    std::string directory, input;
-    std::size_t i = 1;
-    for (; i < words.size() && words[i].compare(0, 2, "--") == 0; i += 2) {
-        if (words[i] == "--dir")
-            directory = value_of(words, i);
-        else if (words[i] == "--in")
-            input = value_of(words, i);
-        else
-            throw usage_error { "'" + words[i] + "' is not expected" };
-    }
-    const program p = read_program(words, i);
+    const std::string directory = words.text("dir");
+    const std::string input = words.text("in");
+    const program p = read_program(words.operands);
     std::fflush(stdout);
     return input.empty() ? run_program(p, directory.c_str()) : run_with_input(p, directory.c_str(), input);
 }
@@ -141,10 +127,10 @@ int run_silently(const program& p)
     return child.wait_done();
 }
 
-int time(const arguments& words)
+int time(const command_words& words)
 {
     constexpr std::size_t runs = 9;
-    const program p = read_program(words, 1);
+    const program p = read_program(words.operands);
     std::vector<double> spans;
     timer watch;
     for (std::size_t i = 0; i < runs; ++i) {
@@ -163,11 +149,4 @@ int time(const arguments& words)
 
 } // namespace
 
-int proc_command(const arguments& words)
-{
-    if (!words.empty() && words[0] == "run")
-        return run(words);
-    if (!words.empty() && words[0] == "time")
-        return time(words);
-    throw usage_error { "'run' or 'time' is expected" };
-}
+int proc_command(const command_words& words) { return words.operands[0] == "run" ? run(words) : time(words); }

@@ -193,14 +193,12 @@ void read_rules(const std::string& path, rdfa& rules)
 
 } // namespace
 
-int scan_command(const arguments& words)
+int scan_command(const command_words& words)
 {
-    if (words.size() != 2)
-        throw usage_error { "the rules and a file are wanted" };
     try {
         rdfa rules;
-        read_rules(words[0], rules);
-        window file(words[1]);
+        read_rules(words.operands[0], rules);
+        window file(words.operands[1]);
         return scanner(rules, file).run() ? exit_success : exit_failure;
     } catch (const xcpt& e) {
         std::fflush(stdout);

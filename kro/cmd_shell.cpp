@@ -157,10 +157,8 @@ int run_lines(shell& sh)
 
 } // namespace
 
-int shell_command(const arguments& words)
+int shell_command(const command_words&)
 {
-    if (!words.empty())
-        throw usage_error { "'" + words[0] + "' is not expected" };
     tool_shell sh;
     sh.set_cmds(shell_commands);
     sh.half_done(true);

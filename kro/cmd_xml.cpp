@@ -282,43 +282,34 @@ int rm(xml_file& file, const arguments& words)
     return save(file, text);
 }
 
-const struct action {
+// The options that print, and the actions.
+const struct {
     const char* name;
-    std::size_t word_count;
     int (*run)(xml_file& file, const arguments& words);
-} actions[] = {
-    { "--pretty", 0, print_pretty },
-    { "--compact", 0, print_compact },
-    { "--events", 0, print_events },
-    { "--tree", 0, print_nodes },
-    { "get", 1, get },
-    { "set", 2, set },
-    { "rm", 1, rm },
-};
+} prints[] = { { "pretty", print_pretty }, { "compact", print_compact }, { "events", print_events }, { "tree", print_nodes } },
+  actions[] = { { "get", get }, { "set", set }, { "rm", rm } };
 
-const action& find_action(const std::string& name)
+int run_action(xml_file& file, const command_words& words)
 {
-    for (const action& a : actions) {
-        if (name == a.name)
-            return a;
-    }
-    throw usage_error { "'" + name + "' is no action" };
+    const auto* chosen = actions;
+    while (words.operands[1] != chosen->name)
+        ++chosen;
+    return chosen->run(file, arguments(words.operands.begin() + 2, words.operands.end()));
 }
 
 } // namespace
 
-int xml_command(const arguments& words)
+int xml_command(const command_words& words)
 {
-    if (words.empty())
-        throw usage_error { "a file is missing" };
-    const action& chosen = words.size() < 2 ? actions[0] : find_action(words[1]);
-    const arguments rest(words.begin() + (words.size() < 2 ? 1 : 2), words.end());
-    if (rest.size() < chosen.word_count)
-        throw usage_error { "words are missing" };
-    if (rest.size() > chosen.word_count)
-        throw usage_error { "'" + rest[chosen.word_count] + "' is not expected" };
     xml_file file;
-    file.path = words[0];
+    file.path = words.operands[0];
     const int r = read_whole_file(file.path, file.text);
-    return r < 0 ? report_error_in(file.path, r) : chosen.run(file, rest);
+    if (r < 0)
+        return report_error_in(file.path, r);
+    if (words.operands.size() > 1)
+        return run_action(file, words);
+    for (const auto& print : prints)
+        if (words.has(print.name))
+            return print.run(file, {});
+    return print_pretty(file, {});
 }

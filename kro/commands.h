@@ -4,24 +4,24 @@
 
 #include "command.h"
 
-int err_command(const arguments& words);
-int eval_command(const arguments& words);
-int match_command(const arguments& words);
-int scan_command(const arguments& words);
-int automaton_command(const arguments& words);
-int list_command(const arguments& words);
-int run_command(const arguments& words);
-/// The same among the output of others.
-int run_script(const arguments& words);
-int debug_command(const arguments& words);
-int ini_command(const arguments& words);
-int xml_command(const arguments& words);
-int mml_command(const arguments& words);
-int proc_command(const arguments& words);
-int log_command(const arguments& words);
-int logd_command(const arguments& words);
-int messages_command(const arguments& words);
-int shell_command(const arguments& words);
-int net_command(const arguments& words);
+int err_command(const command_words& words);
+int eval_command(const command_words& words);
+int match_command(const command_words& words);
+int scan_command(const command_words& words);
+int automaton_command(const command_words& words);
+int list_command(const command_words& words);
+int run_command(const command_words& words);
+/// The same while the console is in use.
+int run_script(const command_words& words);
+int debug_command(const command_words& words);
+int ini_command(const command_words& words);
+int xml_command(const command_words& words);
+int mml_command(const command_words& words);
+int proc_command(const command_words& words);
+int log_command(const command_words& words);
+int logd_command(const command_words& words);
+int messages_command(const command_words& words);
+int shell_command(const command_words& words);
+int net_command(const command_words& words);
 
 #endif

@@ -9,3 +9,11 @@ definition read_definition(const std::string& word)
     d.value.from_string(word.c_str() + equals + 1);
     return d;
 }
+
+std::vector<definition> read_definitions(const command_words& words)
+{
+    std::vector<definition> definitions;
+    for (const std::string& word : words.all("define"))
+        definitions.push_back(read_definition(word));
+    return definitions;
+}

@@ -1,4 +1,4 @@
-// The words "-D NAME=VALUE".
+// The option "-D NAME=VALUE".
 #ifndef STDKRO_KRO_DEFINITION_H
 #define STDKRO_KRO_DEFINITION_H
 
@@ -14,5 +14,8 @@ struct definition {
 
 /// Reads "NAME=VALUE"; throws `usage_error` for another shape.
 definition read_definition(const std::string& word);
+
+/// All of them, in their order.
+std::vector<definition> read_definitions(const command_words& words);
 
 #endif

@@ -1,0 +1,3 @@
+#include "words.h"
+
+const bool has_slash_options = false;
