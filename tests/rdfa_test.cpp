@@ -1,10 +1,14 @@
 // dfa, rdfa and rdfa_maker: the table, the rules, subset construction, compression.
 #include <stdkro/rdfa.h>
+
 #include <stdkro/xcpt.h>
+
+#include "guarded_text.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -307,6 +311,41 @@ TEST(rdfa, matches_whole_texts_and_names_the_rule)
     }());
 }
 
+TEST(rdfa, a_text_of_any_length_is_walked_as_its_table_says)
+{
+    // A table that stays, goes on or, seldom, ends; its states also name rows that are not there.
+    std::mt19937 random(20260131);
+    rdfa automaton;
+    automaton.create(7, 256);
+    for (short row = 0; row < 7; ++row) {
+        automaton.set_accept(row, static_cast<short>(row * 10));
+        for (short byte = 0; byte < 256; ++byte) {
+            const auto way = static_cast<short>(random() % 60);
+            static const short nowhere[] = { -1, 7, -32768, 32767 };
+            automaton.set_state(row, byte, way < 7 ? way : way < 11 && byte >= 128 ? nowhere[way - 7] : row);
+        }
+    }
+    unsigned ends = 0;
+    for (unsigned round = 0; round < 3000; ++round) {
+        std::string bytes;
+        const unsigned alphabet = round % 3 ? 128 : 256; // a way out is rare, or is not there
+        for (unsigned n = round % 150; n > 0; --n)
+            bytes += static_cast<char>(random() % alphabet);
+        int expected = 0;
+        for (const char c : bytes) {
+            expected = automaton.get_state(static_cast<short>(expected), static_cast<unsigned char>(c));
+            if (expected < 0 || expected >= 7)
+                break;
+        }
+        const bool ended = expected < 0 || expected >= 7;
+        ends += ended;
+        const guarded_text text(bytes); // and not a byte further
+        ASSERT_EQ(ended ? failed : expected * 10, automaton.match(text.begin(), text.end())) << bytes.size();
+    }
+    EXPECT_GT(ends, 300u);
+    EXPECT_LT(ends, 1000u);
+}
+
 TEST(rdfa, without_rows_nothing_matches)
 {
     EXPECT_EQ(failed, rdfa().match(""));
@@ -571,6 +610,41 @@ TEST(rdfa_maker, the_records_become_the_table)
     EXPECT_EQ(2u, maker.num_state());
     maker.distill_dfa(automaton);
     EXPECT_EQ(6, automaton.match("x"));
+}
+
+TEST(rdfa_maker, building_drops_what_the_maker_held)
+{
+    open_maker maker;
+    rdfa automaton;
+    // Records from before have no part in the next table,
+    maker.new_state(set_of(4, { 3 }));
+    maker.new_state(set_of(4, { 2 }));
+    EXPECT_EQ(0, maker.ntod(automaton, united({ "ab" })));
+    EXPECT_EQ("0(a>1) 1(b>2) 2:1", text_of(automaton));
+    EXPECT_EQ(0u, maker.num_state());
+    // and a build that is refused drops them too.
+    maker.new_state(set_of(4, { 3 }));
+    EXPECT_EQ(failed, maker.ntod(automaton, rnfa()));
+    EXPECT_EQ(0u, maker.num_state());
+}
+
+TEST(rdfa_maker, the_table_is_created_like_any_other)
+{
+    struct hooked : rdfa {
+        std::string seen;
+        void on_create() override
+        {
+            seen += std::to_string(num_row()) + "x" + std::to_string(num_col()) + " ";
+            rdfa::on_create();
+        }
+    };
+    hooked automaton;
+    rdfa_maker maker;
+    EXPECT_EQ(0, maker.ntod(automaton, united({ "ab" })));
+    EXPECT_EQ("3x256 ", automaton.seen);
+    EXPECT_EQ(1, automaton.match("ab"));
+    EXPECT_EQ(failed, maker.ntod(automaton, rnfa()));
+    EXPECT_EQ("3x256 ", automaton.seen);
 }
 
 TEST(regex, is_reserved)

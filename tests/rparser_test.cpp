@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -400,7 +402,11 @@ TEST(rparser, a_text_is_parsed_like_a_reader)
     EXPECT_NE(nullptr, result);
     EXPECT_EQ(0, t.expr(&result, "\"\""));
     EXPECT_EQ(nullptr, result);
+    // An error stores nothing.
+    rparser::rbase kept;
+    result = &kept;
     EXPECT_THROW(t.expr(&result, "~x"), xrterror);
+    EXPECT_EQ(&kept, result);
     // After an error the parser begins anew.
     EXPECT_EQ("atom(b)=1 end(1) -> 1", t.trace(std::string("b")));
 }
@@ -427,6 +433,54 @@ TEST(rparser, bounds_the_nesting_of_parentheses)
     // What is closed does not count.
     EXPECT_EQ(0u, t.trace(repeated("(a)", 1000)).find("atom(a)=1"));
     EXPECT_EQ("atom(a)=1 end(1) -> 1", t.trace(deepest));
+}
+
+/// Remembers between which places of the stack its callbacks for bytes and sets run.
+class measuring_parser : public tracer {
+public:
+    std::uintptr_t used() const { return highest_ - lowest_; }
+
+protected:
+    rbase* onAtom(unsigned char byte) override
+    {
+        remember();
+        return tracer::onAtom(byte);
+    }
+    rbase* onSet(const unsigned char* set) override
+    {
+        remember();
+        return tracer::onSet(set);
+    }
+
+private:
+    void remember()
+    {
+        char here = 0;
+        const char* const volatile place = &here;
+        lowest_ = std::min(lowest_, reinterpret_cast<std::uintptr_t>(place));
+        highest_ = std::max(highest_, reinterpret_cast<std::uintptr_t>(place));
+    }
+
+    std::uintptr_t lowest_ = UINTPTR_MAX;
+    std::uintptr_t highest_ = 0;
+};
+
+// The sanitizer surrounds every variable with guards.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr unsigned allowed_stack = 1024 * 1024;
+#else
+constexpr unsigned allowed_stack = 512 * 1024;
+#endif
+
+TEST(rparser, the_deepest_pattern_uses_less_than_512_KB_of_stack)
+{
+    for (const char* form : { "a(", "a|(", "[a]*(", "a|b*(" }) {
+        measuring_parser parser;
+        const std::string log = parser.trace(repeated(form, 100000));
+        EXPECT_EQ("80010001 overrun", log.substr(log.rfind("80010001"))) << form;
+        EXPECT_LT(parser.used(), allowed_stack) << form;
+        EXPECT_GT(parser.used(), 16u * 1024) << form;
+    }
 }
 
 TEST(rparser, stop_symbols_are_recognised_by_their_low_byte)
