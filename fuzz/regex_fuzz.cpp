@@ -70,10 +70,19 @@ void check_search(const rnfa& nfa, const char* begin, const char* end)
     require(found.begin == first && found.end == last, "place of search");
 }
 
+/// False where the table would have too many rows: in ".*a......" each point doubles them.
+bool has_table(rdfa& table, const rnfa& nfa)
+{
+    const int status = rdfa_maker().ntod(table, nfa);
+    require(status == 0 || (status == err::little_of_resource && table.num_row() == 0), "a table or a status");
+    return status == 0;
+}
+
 void check_tables(const rnfa& nfa, bool expected, const char* begin, const char* end)
 {
     rdfa table;
-    require(rdfa_maker().ntod(table, nfa) == 0, "a small automaton has a table");
+    if (!has_table(table, nfa))
+        return;
     require((table.match(begin, end) == 2) == expected, "table");
     rdfa merged(table);
     merged.merge_col();
@@ -91,8 +100,8 @@ void check_union(const rnfa& nfa, const char* pattern, bool expected, const char
         return;
     require(united.match(begin, end) == expected, "union");
     rdfa table;
-    require(rdfa_maker().ntod(table, united) == 0, "a small union has a table");
-    require((table.match(begin, end) == 5) == expected, "the higher rule wins");
+    if (has_table(table, united))
+        require((table.match(begin, end) == 5) == expected, "the higher rule wins");
 }
 
 } // namespace
