@@ -17,9 +17,12 @@ import argparse
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
+
+TIME_LIMIT = 300  # seconds for one command
 
 FENCE = re.compile(r"^(`{3,})\s*(\S*)\s*(.*)$")
 
@@ -63,10 +66,17 @@ class Page:
         self.env["PATH"] = "%s:%s" % (tool_dir, os.environ["PATH"])
 
     def run(self, command, **kwargs):
-        done = subprocess.run(command, cwd=self.scratch, env=self.env, stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=300, **kwargs)
-        text = done.stdout.decode("utf-8", "backslashreplace").replace("\r\n", "\n")
-        return done.returncode, text
+        started = subprocess.Popen(command, cwd=self.scratch, env=self.env, stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True, **kwargs)
+        try:
+            output = started.communicate(timeout=TIME_LIMIT)[0]
+        except BaseException as failure:
+            # What it runs in the background would go on, and keep its output open for ever.
+            os.killpg(started.pid, signal.SIGKILL)
+            if not isinstance(failure, subprocess.TimeoutExpired):
+                raise
+            output = started.communicate()[0] + b"\ntimed out\n"
+        return started.returncode, output.decode("utf-8", "backslashreplace").replace("\r\n", "\n")
 
     def check(self, line, what, expected, got):
         self.examples += 1
