@@ -379,7 +379,7 @@ def lines_go_to_all_sinks(server):
     console = (server.site / "console.txt").read_text("utf-8", "replace").splitlines()
     expect([line for line in console if line.startswith("[pages]")], logged, "console")
     expect(server.udp.recv(2048).decode("utf-8").rstrip("\n"), logged[0], "first line by UDP")
-    assert "hint: serving http://127.0.0.1:%d with a %s" % (server.port, server.args.loop) == logged[0][8:], logged[0]
+    assert "hint: serving http://127.0.0.1:%d, loop %s" % (server.port, server.args.loop) == logged[0][8:], logged[0]
 
 
 def time_limits(server):

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what a step needs, by Debian package name: tools/setup.sh SET...
 #
-# Sets: build, test, win32, package, abi, bench, fuzz, coverage. What is there already costs
+# Sets: build, demo, test, win32, package, abi, bench, fuzz, coverage. What is there already costs
 # nothing; as root what is missing is installed, as another user it is named.
 set -eu
 
@@ -64,6 +64,7 @@ need_wine() {
 for set in "$@"; do
     case $set in
     build) need $build ;;
+    demo) need $build curl ;;
     test) need $test $peers $page_clients ;;
     win32) need $build $win32 && need_wine ;;
     package) need $build $debian $win32 ;;
@@ -71,6 +72,6 @@ for set in "$@"; do
     bench) need $bench ;;
     fuzz) need $fuzz ;;
     coverage) need $coverage $peers $page_clients ;;
-    *) echo "setup.sh: no set '$set' (build, test, win32, package, abi, bench, fuzz, coverage)" >&2; exit 2 ;;
+    *) echo "setup.sh: no set '$set' (build, demo, test, win32, package, abi, bench, fuzz, coverage)" >&2; exit 2 ;;
     esac
 done
