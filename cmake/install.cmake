@@ -43,6 +43,11 @@ install(FILES ${PROJECT_SOURCE_DIR}/tools/debuggers/krodll.natvis
 install(TARGETS kro RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/editors/xpp.tmLanguage.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/stdkro COMPONENT tools)
+if(NOT WIN32)
+  install(FILES ${PROJECT_SOURCE_DIR}/kro/pages/kro.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/kro/pages/kro.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kro COMPONENT tools)
+endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)

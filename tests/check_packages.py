@@ -107,6 +107,7 @@ def check_debian(args, made, scratch):
     usr = root.folder / "usr"
     require(usr, "lib/*/libkrodll.so.1", "lib/*/libkrodll.so", "lib/*/cmake/stdkro/stdkro-config.cmake",
             "lib/*/pkgconfig/stdkro.pc", "include/stdkro/xpp.h", "bin/kro", "share/doc/*/docs/script.md",
+            "share/man/man1/kro.1", "share/bash-completion/completions/kro", "share/stdkro/xpp.tmLanguage.json",
             "share/gdb/auto-load/usr/lib/*/libkrodll.so.%s-gdb.py" % args.version, "share/stdkro/krodll.natvis")
     build_consumer(args, usr, scratch)
     expect(CONSUMER_PRINTS, scratch / "consumer/consumer")

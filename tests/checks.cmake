@@ -51,6 +51,12 @@ if(NOT STDKRO_SANITIZE)
   set_tests_properties(${STDKRO_TEST_PREFIX}packages PROPERTIES TIMEOUT 300)
 endif()
 
+# The manual page and the completion of the tool say what its table says.
+if(NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME ${STDKRO_TEST_PREFIX}tool_pages
+    COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/tool_pages.py --check $<TARGET_FILE:kro>)
+endif()
+
 # What debuggers show. gdb runs the program, which a sanitizer would not like.
 if(NOT CMAKE_CROSSCOMPILING)
   add_test(NAME ${STDKRO_TEST_PREFIX}natvis

@@ -7,7 +7,7 @@ set -eu
 
 build="g++ cmake ninja-build"
 debian="dpkg-dev file fakeroot"
-test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config gdb $debian"
+test="$build ccache googletest libgtest-dev libgmock-dev python3 pkg-config gdb groff-base $debian"
 page_clients="curl wrk chromium"
 peers="libre2-dev libpugixml-dev"
 win32="g++-mingw-w64-i686-posix binutils-mingw-w64-i686"
