@@ -1,8 +1,9 @@
 // Command records against a splitter as one would write it for a single program,
-// with std::string.
+// with std::string; and one large record against many small ones.
 #include <stdkro/mml_doc.h>
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <cctype>
 #include <cstdio>
@@ -157,5 +158,79 @@ BENCHMARK_CAPTURE(write_ours, short, 0)->Name("mml/write a record/ours");
 BENCHMARK_CAPTURE(write_splitter, short, 0)->Name("mml/write a record/splitter");
 BENCHMARK_CAPTURE(write_ours, long, 1000)->Name("mml/write a long record/ours");
 BENCHMARK_CAPTURE(write_splitter, long, 1000)->Name("mml/write a long record/splitter");
+
+// ---- growth: one record of 16 times the size against 16 of one time ----------
+
+// Freed memory stays with the program: what the kernel takes for giving pages anew would
+// be counted against whoever runs after a large record was destroyed.
+const bool allocator_settled = mallopt(M_TRIM_THRESHOLD, 1 << 30) && mallopt(M_MMAP_THRESHOLD, 1 << 30);
+
+string repeated(const char* piece, int times)
+{
+    string made;
+    for (int i = 0; i < times; ++i)
+        made += piece;
+    return made;
+}
+
+struct shape {
+    const char* name;
+    string (*make)(int size);
+};
+
+const shape shapes[] = {
+    { "many pairs", [](int size) {
+          string made = "IF.get:";
+          for (int i = 0; i < size * 10; ++i) { // numbers of one width: bytes are what grows
+              const string number = std::to_string(100000 + i);
+              made += "extra" + number + "=\"value of pair " + number + "\",";
+          }
+          return made + "a=1;";
+      } },
+    { "pairs of one name", [](int size) { return "IF.get:" + repeated("a=\"value\",", size * 10) + "a=1;"; } },
+    { "one long value", [](int size) { return "IF.get:a=\"" + repeated("a value without escapes ", size * 20) + "\";"; } },
+    { "one value of escapes", [](int size) { return "IF.get:a=\"" + repeated("\\t\\\"\\n", size * 50) + "\";"; } },
+    { "one long name", [](int size) { return "IF.get:" + repeated("name", size * 100) + "=1;"; } },
+};
+
+void read_records(benchmark::State& state, const string& from, int count)
+{
+    for (auto _ : state)
+        for (int i = 0; i < count; ++i) {
+            mml_doc doc;
+            if (doc.read(from.c_str()) != 0)
+                state.SkipWithError("the record was not read");
+            benchmark::DoNotOptimize(doc.count());
+        }
+}
+
+void write_records(benchmark::State& state, const string& from, int count)
+{
+    mml_doc doc;
+    doc.read(from.c_str());
+    for (auto _ : state)
+        for (int i = 0; i < count; ++i) {
+            share_str out;
+            doc.write(out);
+            benchmark::DoNotOptimize(out.length());
+        }
+}
+
+void register_growth(const char* verb, void (*run)(benchmark::State&, const string&, int))
+{
+    for (const shape& s : shapes) {
+        const string name = string("mml/16 times ") + s.name + ", " + verb;
+        benchmark::RegisterBenchmark((name + "/ours").c_str(),
+                                     [&s, run](benchmark::State& state) { run(state, s.make(1600), 1); });
+        benchmark::RegisterBenchmark((name + "/single").c_str(),
+                                     [&s, run](benchmark::State& state) { run(state, s.make(100), 16); });
+    }
+}
+
+const bool growth_registered = [] {
+    register_growth("read", read_records);
+    register_growth("write", write_records);
+    return true;
+}();
 
 } // namespace
