@@ -34,7 +34,7 @@ bool write_whole_file(const std::string& path, const std::string& bytes)
     std::FILE* const file = std::fopen(path.c_str(), "wb");
     if (!file)
         return false;
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && flush_to_disk(file);
     return std::fclose(file) == 0 && written;
 }
 

@@ -3,15 +3,19 @@
 #ifndef STDKRO_KRO_FILES_H
 #define STDKRO_KRO_FILES_H
 
+#include <cstdio>
 #include <string>
 
 /// Reads all bytes of a file. 0, or 0x80020002.
 int read_whole_file(const std::string& path, std::string& bytes);
 
 /// Replaces a file's content: the bytes go to a new file beside it, which then takes
-/// its name, so that the old content stays until the new one is complete. Keeps the
+/// its name, so that the old content stays until the new one is on the disk. Keeps the
 /// permissions; a link stays a link. 0, or 0x80020002 with the old content in place.
 int replace_file(const std::string& path, const std::string& bytes);
+
+/// Hands all that was written to the disk itself; false when that failed.
+bool flush_to_disk(std::FILE* file);
 
 /// GBK as UTF-8; bytes that are no GBK become U+FFFD.
 std::string utf8_of_gbk(const std::string& text);
