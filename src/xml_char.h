@@ -99,6 +99,19 @@ inline bool same(const char* a, const char* b, std::size_t n)
     return true;
 }
 
+/// A number that tells most names apart, never 0: by the length and the first and last
+/// four bytes.
+inline std::uint32_t mark_of(const char* name, std::size_t n)
+{
+    std::uint32_t mark = static_cast<std::uint32_t>(n);
+    if (n >= 4)
+        mark += word_at<std::uint32_t>(name) * 0x9E3779B1u ^ word_at<std::uint32_t>(name + n - 4) * 0x85EBCA6Bu;
+    else if (n > 0)
+        mark += static_cast<unsigned char>(name[0]) * 0x9E3779B1u ^ static_cast<unsigned char>(name[n / 2]) * 0x85EBCA6Bu
+            ^ static_cast<unsigned char>(name[n - 1]) * 0xC2B2AE35u;
+    return mark | 1;
+}
+
 /// Narrows the range to what stands between white space.
 inline void trim(const char*& begin, const char*& end)
 {

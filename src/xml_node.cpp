@@ -224,6 +224,7 @@ void xml_node::exchange(xml_node& other)
     first_ = other.first_;
     other.first_ = first;
     name_.swap(other.name_);
+    name_mark_ = other.name_mark_ = 0;
     attrs_.swap(other.attrs_);
     adopt_children();
     other.adopt_children();

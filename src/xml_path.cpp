@@ -7,6 +7,7 @@
 #include "xml_node_memory.h"
 #include "xpath_step.h"
 
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -51,39 +52,42 @@ bool is_searched(xml_node_t kind)
     return kind == XML_TEXT || kind == XML_COMMENT || kind == XML_ELEMENT || kind == XML_PI;
 }
 
-// Finds nodes of a kind and, for elements, a name. Names that came from one read are
-// mostly the same object: one that did not match is not compared again.
-class node_search {
+} // namespace
+
+// Finds nodes of a kind and, for elements, a name: by its mark first, which stands in the
+// node, so that other names are not even read.
+class xml_node_search {
 public:
-    node_search(xml_node_t kind, const char* name)
-        : node_search(kind, name, kind == XML_ELEMENT && name ? std::strlen(name) : 0)
+    xml_node_search(xml_node_t kind, const char* name)
+        : xml_node_search(kind, name, kind == XML_ELEMENT && name ? std::strlen(name) : 0)
     {
     }
-    node_search(xml_node_t kind, const char* name, std::size_t length) : kind_(kind), name_(name), length_(length) {}
-    explicit node_search(const path_step& step)
-        : node_search(static_cast<xml_node_t>(step.kind), step.name, step.length)
+    xml_node_search(xml_node_t kind, const char* name, std::size_t length)
+        : kind_(kind), name_(name), length_(length),
+          mark_(kind == XML_ELEMENT && name ? xml_char::mark_of(name, length) : no_mark)
+    {
+    }
+    explicit xml_node_search(const path_step& step)
+        : xml_node_search(static_cast<xml_node_t>(step.kind), step.name, step.length)
     {
     }
 
-    bool matches(const xml_node* node)
+    bool matches(const xml_node* node) const
     {
-        if (node->get_type() != kind_)
+        if (node->kind_ != kind_)
             return false;
         if (kind_ != XML_ELEMENT)
             return true;
-        const char* const text = node->get_name().c_str();
-        if (text == other_ || !name_)
-            return false;
-        if (node->get_name().length() == length_ && xml_char::same(text, name_, length_))
-            return true;
-        other_ = text;
-        return false;
+        return mark_of(node) == mark_ && node->name_.length() == length_
+            && xml_char::same(node->name_.c_str(), name_, length_);
     }
 
     xml_node* first_from(xml_node* node)
     {
-        while (node && !matches(node))
-            node = node->get_next();
+        while (node && !matches(node)) {
+            fetch_behind(node, node->next_);
+            node = node->next_;
+        }
         return node;
     }
 
@@ -97,11 +101,31 @@ public:
     }
 
 private:
+    static constexpr std::uint32_t no_mark = 0; // of no name
+
+    static std::uint32_t mark_of(const xml_node* node)
+    {
+        if (node->name_mark_ == no_mark)
+            node->name_mark_ = xml_char::mark_of(node->name_.c_str(), node->name_.length());
+        return node->name_mark_;
+    }
+
+    // Only `next` knows where the node behind it is, but siblings that were read stand at
+    // like distances: memory is asked for what is probably there before `next` has come.
+    static void fetch_behind(const xml_node* node, const xml_node* next)
+    {
+        const auto from = reinterpret_cast<std::uintptr_t>(node), to = reinterpret_cast<std::uintptr_t>(next);
+        __builtin_prefetch(reinterpret_cast<const void*>(to + (to - from) + offset_of_next));
+    }
+    static constexpr std::uintptr_t offset_of_next = 6 * sizeof(void*);
+
     xml_node_t kind_;
     const char* name_;
     std::size_t length_;
-    const char* other_ = nullptr;
+    std::uint32_t mark_;
 };
+
+namespace {
 
 path_step view_of(const xstep& step)
 {
@@ -186,16 +210,13 @@ xml_node* xpath_iter::get_dir() const
 
 int xpath_iter::get_value(share_str& value) const
 {
-    value.clear();
-    if (attr_) {
-        value = attr_->get_value();
-        return err::ok;
-    }
-    if (!node_ || node_->get_type() == XML_PI)
+    if (!attr_ && (!node_ || node_->get_type() == XML_PI)) {
+        value.clear();
         return err::not_exist;
-    if (node_->get_type() == XML_ELEMENT || node_->get_type() == XML_DOCUMENT)
+    }
+    if (!attr_ && (node_->get_type() == XML_ELEMENT || node_->get_type() == XML_DOCUMENT))
         return node_->kroGetValue(value);
-    value = node_->get_name();
+    value = attr_ ? attr_->get_value() : node_->get_name();
     return err::ok;
 }
 
@@ -217,12 +238,12 @@ int xpath_iter::set_value(const share_str& value)
 
 xml_node* xml_node::find_first(xml_node_t kind, const char* name) const
 {
-    return is_searched(kind) ? node_search(kind, name).first_from(first_) : nullptr;
+    return is_searched(kind) ? xml_node_search(kind, name).first_from(first_) : nullptr;
 }
 
 xml_node* xml_node::find_next(xml_node_t kind, const char* name) const
 {
-    return is_searched(kind) ? node_search(kind, name).first_from(next_) : nullptr;
+    return is_searched(kind) ? xml_node_search(kind, name).first_from(next_) : nullptr;
 }
 
 int xml_node::find_first(const xstep& step, xpath_iter& found) { return find_step(view_of(step), found); }
@@ -239,7 +260,7 @@ int xml_node::find_step(const path_step& step, xpath_iter& found)
     case xstep::element:
     case xstep::pi:
         if (step.position() >= 0)
-            found = xpath_iter(node_search(step).nth_from(first_, step.position(), passed));
+            found = xpath_iter(xml_node_search(step).nth_from(first_, step.position(), passed));
         break;
     case xstep::root:
         found = xpath_iter(get_root());
@@ -298,10 +319,12 @@ xml_node* xml_node::find_dir(const char* path)
 
 int xml_node::get_value(const char* path, share_str& value)
 {
-    value.clear();
     xpath_iter found;
     const int r = find(path, found);
-    return r < 0 ? r : found.get_value(value);
+    if (r >= 0)
+        return found.get_value(value);
+    value.clear();
+    return r;
 }
 
 share_str xml_node::get_value(const char* path)
@@ -313,10 +336,11 @@ share_str xml_node::get_value(const char* path)
 
 int xml_node::kroGetValue(share_str& value) const
 {
-    value.clear();
     const xml_node* const text = find_first(XML_TEXT, nullptr);
-    if (!text)
+    if (!text) {
+        value.clear();
         return err::not_exist;
+    }
     value = text->name_;
     return err::ok;
 }
@@ -380,7 +404,7 @@ int xml_node::create_step(const path_step& step, int flags, xpath_iter& made, xm
         return err::conflict;
     if (r < 0) {
         int existing = 0;
-        node_search(step).nth_from(first_, step.position(), existing);
+        xml_node_search(step).nth_from(first_, step.position(), existing);
         if (step.position() != existing)
             return err::not_exist;
     }

@@ -166,18 +166,10 @@ public:
 private:
     static constexpr unsigned slot_bits = 8;
 
-    // By the length and the first and last four bytes.
     static unsigned char place(span text)
     {
-        const auto length = static_cast<std::uint32_t>(text.end - text.begin);
-        std::uint32_t hash = length;
-        if (length >= 4)
-            hash += xml_char::word_at<std::uint32_t>(text.begin) * 0x9E3779B1u ^ xml_char::word_at<std::uint32_t>(text.end - 4) * 0x85EBCA6Bu;
-        else
-            hash += static_cast<unsigned char>(text.begin[0]) * 0x9E3779B1u
-                ^ static_cast<unsigned char>(text.begin[length / 2]) * 0x85EBCA6Bu
-                ^ static_cast<unsigned char>(text.end[-1]) * 0xC2B2AE35u;
-        return static_cast<unsigned char>((hash * 0x9E3779B1u) >> (32 - slot_bits));
+        const std::uint32_t mark = xml_char::mark_of(text.begin, static_cast<std::size_t>(text.end - text.begin));
+        return static_cast<unsigned char>((mark * 0x9E3779B1u) >> (32 - slot_bits));
     }
 
     // A name as two words; length 0 for none.

@@ -29,19 +29,22 @@ constexpr special_step special_steps[] = {
     { "comment", xstep::comment },
 };
 
-// Reads the name up to its end, which is left.
+// Reads the name up to its end, which is left. "[", "/" and NUL stand in no name.
 int read_name(path_place& at, path_step& step)
 {
-    step.name = at.p;
-    for (unsigned n = 0; n <= xstep::name_limit; ++n, ++at.p) {
-        if (at.at_end() || *at.p == '[' || *at.p == '/') {
-            step.length = n;
-            return err::ok;
-        }
-        if (!xml_char::is(*at.p, xml_char::name))
-            return err::syntax;
-    }
-    return err::overflow;
+    const bool is_near = at.end && at.end - at.p <= xstep::name_limit;
+    const char* const limit = is_near ? at.end : at.p + xstep::name_limit + 1;
+    const char* const begin = at.p;
+    while (at.p != limit && xml_char::is(*at.p, xml_char::name))
+        ++at.p;
+    const auto length = static_cast<unsigned>(at.p - begin);
+    if (length > xstep::name_limit)
+        return err::overflow;
+    if (!at.at_end() && *at.p != '[' && *at.p != '/')
+        return err::syntax;
+    step.name = begin;
+    step.length = length;
+    return err::ok;
 }
 
 // The number that strtol reads, clamped to 32 bits; without digits nothing is read.

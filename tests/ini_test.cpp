@@ -4,6 +4,7 @@
 
 #include <stdkro/xcpt.h>
 
+#include "document_text.h"
 #include "guarded_text.h"
 
 #include <gmock/gmock.h>
@@ -22,13 +23,6 @@
 namespace {
 
 using std::string;
-
-string hex(int code)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(code));
-    return text;
-}
 
 // Writes each event as a line's worth of text: "s[name]", "k[key|value]",
 // "c[comment]", "e[code]", and the result behind "end".

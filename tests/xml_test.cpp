@@ -3,6 +3,7 @@
 
 #include <stdkro/xcpt.h>
 
+#include "document_text.h"
 #include "guarded_text.h"
 
 #include <gmock/gmock.h>
@@ -17,13 +18,6 @@
 namespace {
 
 using std::string;
-
-string hex(int code)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(code));
-    return text;
-}
 
 // Prints line feeds and bytes that are not ASCII so that a row of a table shows them.
 string shown(const share_str& s)
@@ -765,15 +759,12 @@ TEST(xml_reader, nesting_is_limited_by_memory_only)
             return 0;
         }
     } handler;
-    string text;
-    for (int i = 0; i < 100000; ++i)
-        text += "<a>";
+    const unsigned depth = 100000;
+    const string text = nested(depth, "<a>", "", "</a>");
     xml_reader in;
-    in.load_string(text.data(), text.data() + text.size());
+    in.load_string(text.data(), text.data() + depth * 3);
     EXPECT_EQ(err::abnormal_end, in.read_doc(&handler));
-    EXPECT_EQ(100000u, handler.deepest);
-    for (int i = 0; i < 100000; ++i)
-        text += "</a>";
+    EXPECT_EQ(depth, handler.deepest);
     handler.depth = 0;
     in.load_string(text.data(), text.data() + text.size());
     EXPECT_EQ(0, in.read_doc(&handler));

@@ -3,6 +3,7 @@
 
 #include <stdkro/xcpt.h>
 
+#include "document_text.h"
 #include "guarded_text.h"
 
 #include <gmock/gmock.h>
@@ -21,13 +22,6 @@
 namespace {
 
 using std::string;
-
-string hex(int code)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(code));
-    return text;
-}
 
 // Prints a tree: "name[pair,pair](child child)"; texts are 'text', CDATA sections
 // [text], comments !text!, instructions ?name[pairs], documents #(...). Checks the
@@ -548,6 +542,40 @@ TEST(xml_find, a_path_leads_to_a_node)
     EXPECT_EQ(err::invalid_parameter, doc.all()->find(nullptr, found));
     const string long_name(128, 'n');
     EXPECT_EQ(err::overflow, doc.all()->find(long_name.c_str(), found));
+}
+
+TEST(xml_find, names_that_begin_and_end_alike_are_told_apart)
+{
+    xml_doc doc = doc_of("<r><name-a-end>1</name-a-end><name-b-end>2</name-b-end><x>3</x><y>4</y></r>");
+    EXPECT_STREQ("1", doc.all()->get_value("r/name-a-end").c_str());
+    EXPECT_STREQ("2", doc.all()->get_value("r/name-b-end").c_str());
+    EXPECT_STREQ("", doc.all()->get_value("r/name-c-end").c_str());
+    EXPECT_STREQ("4", doc.all()->get_value("r/y").c_str());
+}
+
+TEST(xml_find, a_name_that_changed_is_found_and_the_old_one_is_not)
+{
+    xml_doc doc = doc_of("<r><a>1</a><b>2</b></r>");
+    xml_node& root = *doc.get_doc_node();
+    xml_node* const a = root.find_first(XML_ELEMENT, "a");
+    xml_node* const b = root.find_first(XML_ELEMENT, "b");
+    a->set_name("c");
+    EXPECT_EQ(nullptr, root.find_first(XML_ELEMENT, "a"));
+    EXPECT_EQ(a, root.find_first(XML_ELEMENT, "c"));
+    a->swap(*b);
+    EXPECT_EQ(a, root.find_first(XML_ELEMENT, "b"));
+    EXPECT_EQ(b, root.find_first(XML_ELEMENT, "c"));
+    a->deep_copy(xml_node("d", XML_ELEMENT));
+    EXPECT_EQ(nullptr, root.find_first(XML_ELEMENT, "b"));
+    EXPECT_EQ(a, root.find_first(XML_ELEMENT, "d"));
+    a->set_name("");
+    EXPECT_EQ(a, root.find_first(XML_ELEMENT, ""));
+    // A text becomes an element, and an element a text.
+    b->set_type(XML_TEXT);
+    EXPECT_EQ(nullptr, root.find_first(XML_ELEMENT, "c"));
+    b->set_name("e");
+    b->set_type(XML_ELEMENT);
+    EXPECT_EQ(b, root.find_first(XML_ELEMENT, "e"));
 }
 
 TEST(xml_find, a_step_by_hand)
@@ -1157,12 +1185,7 @@ TEST(xml_generated, truncated_documents_fail)
 TEST(xml_depth, nothing_recurses)
 {
     const unsigned depth = 100000;
-    string text;
-    for (unsigned i = 0; i < depth; ++i)
-        text += "<a>\n";
-    text += "<b/>\n";
-    for (unsigned i = 0; i < depth; ++i)
-        text += "</a>\n";
+    const string text = nested(depth, "<a>\n", "<b/>\n", "</a>\n");
     xml_doc doc;
     ASSERT_EQ(0, read(doc, text));
     EXPECT_EQ(text, printed(doc));

@@ -23,12 +23,14 @@
 #include <stdkro/xpath.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <iosfwd>
 #include <new>
 
 class xml_node;
 class xml_new_nodes;
 class xml_node_memory;
+class xml_node_search;
 class xml_reader;
 class xml_tree_sink;
 class xml_writer;
@@ -82,7 +84,7 @@ public:
     /// A detached element without a name.
     xml_node();
     xml_node(const share_str& name, xml_node_t kind)
-        : name_(name), kind_(kind), parent_(nullptr), prev_(nullptr), next_(nullptr), first_(nullptr)
+        : name_(name), kind_(kind), name_mark_(0), parent_(nullptr), prev_(nullptr), next_(nullptr), first_(nullptr)
     {
     }
     /// Copies the subtree; the copy is detached.
@@ -102,7 +104,11 @@ public:
     void set_type(xml_node_t kind) { kind_ = kind; }
     /// The name of an element or instruction, the content of any other node.
     const share_str& get_name() const { return name_; }
-    void set_name(const share_str& name) { name_ = name; }
+    void set_name(const share_str& name)
+    {
+        name_ = name;
+        name_mark_ = 0;
+    }
     attributes& get_attrs() { return attrs_; }
     const attributes& get_attrs() const { return attrs_; }
 
@@ -192,6 +198,7 @@ public:
 private:
     friend class xml_node_handler;
     friend class xml_node_memory;
+    friend class xml_node_search;
     friend class xml_tree_sink;
     friend class xml_writer;
 
@@ -210,6 +217,7 @@ private:
 
     share_str name_;
     xml_node_t kind_;
+    mutable std::uint32_t name_mark_; // what look-ups compare first; 0 until one has asked
     attributes attrs_;
     xml_node* parent_;
     xml_node* prev_; // of a first child, the last: appending takes constant time

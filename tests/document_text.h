@@ -1,0 +1,28 @@
+// What the tests of documents print and read.
+#ifndef STDKRO_TESTS_DOCUMENT_TEXT_H
+#define STDKRO_TESTS_DOCUMENT_TEXT_H
+
+#include <cstdio>
+#include <string>
+
+/// A status code as eight digits.
+inline std::string hex(int code)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(code));
+    return text;
+}
+
+/// `opening` that many times, `inner`, and as many times `closing`.
+inline std::string nested(unsigned depth, const char* opening, const std::string& inner, const char* closing)
+{
+    std::string text;
+    for (unsigned i = 0; i < depth; ++i)
+        text += opening;
+    text += inner;
+    for (unsigned i = 0; i < depth; ++i)
+        text += closing;
+    return text;
+}
+
+#endif
