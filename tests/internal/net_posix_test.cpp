@@ -28,6 +28,14 @@ std::atomic<int> failure { 0 };
 // What waits in lists that the kernel keeps fail with.
 std::atomic<int> list_failure { 0 };
 
+// The outcome of a connection that goes on behind an interruption.
+std::atomic<int> connect_error { 0 };
+
+// Whatever a test leaves behind, the next begins without.
+struct meddling {
+    ~meddling() { interruptions = failure = list_failure = connect_error = 0; }
+};
+
 bool is_interrupted()
 {
     ++call_count;
@@ -87,8 +95,6 @@ int __wrap_connect(int fd, const sockaddr* address, socklen_t size)
     return is_interrupted() ? -1 : 0;
 }
 
-// The outcome of such a connection.
-std::atomic<int> connect_error { 0 };
 int __real_getsockopt(int fd, int level, int option, void* value, socklen_t* size);
 int __wrap_getsockopt(int fd, int level, int option, void* value, socklen_t* size)
 {
@@ -108,6 +114,16 @@ int __real_ppoll(pollfd* records, nfds_t count, const timespec* limit, const sig
 int __wrap_ppoll(pollfd* records, nfds_t count, const timespec* limit, const sigset_t* mask)
 {
     return is_interrupted() ? -1 : __real_ppoll(records, count, limit, mask);
+}
+
+int __real_epoll_wait(int list, epoll_event* events, int room, int ms);
+int __wrap_epoll_wait(int list, epoll_event* events, int room, int ms)
+{
+    if (list_failure != 0) {
+        errno = list_failure;
+        return -1;
+    }
+    return is_interrupted() ? -1 : __real_epoll_wait(list, events, room, ms);
 }
 
 int __real_epoll_pwait2(int list, epoll_event* events, int room, const timespec* limit, const sigset_t* mask);
@@ -148,6 +164,7 @@ struct reader : fdbase {
 
 TEST(an_interruption, is_made_good_by_every_operation)
 {
+    const meddling until_the_end;
     socket_pair p;
     listener server;
     char bytes[8];
@@ -179,6 +196,7 @@ TEST(an_interruption, is_made_good_by_every_operation)
 
 TEST(an_interruption, does_not_hide_that_a_connection_is_refused)
 {
+    const meddling until_the_end;
     listener server;
     Socket client;
     client.create();
@@ -191,6 +209,7 @@ TEST(an_interruption, does_not_hide_that_a_connection_is_refused)
 
 TEST(an_interruption, does_not_lengthen_a_wait)
 {
+    const meddling until_the_end;
     socket_pair p;
     const timeval at_once = { 0, 0 };
     interruptions = 5;
@@ -204,6 +223,7 @@ TYPED_TEST_SUITE(failing_wait, loops);
 
 TYPED_TEST(failing_wait, is_reported_and_harms_nothing)
 {
+    const meddling until_the_end;
     socket_pair p;
     TypeParam loop(2);
     reader r(p.here);
@@ -222,6 +242,7 @@ TYPED_TEST(failing_wait, is_reported_and_harms_nothing)
 
 TYPED_TEST(failing_wait, is_none_when_interrupted)
 {
+    const meddling until_the_end;
     socket_pair p;
     TypeParam loop(2);
     reader r(p.here);
@@ -236,6 +257,7 @@ TYPED_TEST(failing_wait, is_none_when_interrupted)
 
 TEST(failing_calls, are_reported_and_harm_nothing)
 {
+    const meddling until_the_end;
     socket_pair p;
     listener server;
     Socket client;
