@@ -3,13 +3,15 @@
 //     example_unit_tests [--list] [--filter TEXT] [--junit FILE]
 //
 // The filter keeps the tests whose names contain the text. The exit status is 0
-// when all tests passed, 1 when one failed, 2 for options that make no sense.
+// when all tests passed, 1 when one failed, 2 for options that make no sense and a
+// filter that keeps nothing.
 #include <stdkro/option.h>
 #include <stdkro/str.h>
 #include <stdkro/testrunner.h>
 
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -140,6 +142,25 @@ private:
     const char* path_;
 };
 
+int report_fixture(const char* what)
+{
+    std::fprintf(stderr, "a fixture failed: %s\n", what);
+    return 1;
+}
+
+// The exit status. What setUp and tearDown throw leaves the runner before its report.
+int run(testrunner& runner, test& what)
+{
+    try {
+        runner.runTest(what);
+        return runner.getFailedCount() == 0 ? 0 : 1;
+    } catch (const xcpt& e) {
+        return report_fixture(e.what());
+    } catch (const std::exception& e) {
+        return report_fixture(e.what());
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -170,7 +191,10 @@ int main(int argc, char** argv)
     }
     if (is_list)
         return 0;
+    if (filter && chosen.empty()) {
+        std::fprintf(stderr, "no test contains '%s'\n", filter);
+        return 2;
+    }
     junit_runner runner(chosen, junit);
-    runner.runTest(filter ? selection : ut_registry::getObject().getRootSuite());
-    return runner.getFailedCount() == 0 ? 0 : 1;
+    return run(runner, filter ? selection : ut_registry::getObject().getRootSuite());
 }

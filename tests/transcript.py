@@ -10,7 +10,8 @@ What is an example:
   ```LANG file=NAME                    a file for the examples below it
 All examples of a page share one scratch folder. A cpp or xpp block that is
 neither a file nor followed by ```output is an error: nothing stands unproved.
-Commands find the tool as `kro`, and the path of its program in $KRO.
+Commands find the tool as `kro`, and the path of its program in $KRO; the programs
+`example_...` beside it go by their names too.
 In expected output, a line "..." stands for any lines.
 """
 import argparse
@@ -59,9 +60,11 @@ class Page:
         self.env = dict(os.environ, LC_ALL="C.UTF-8")
         tool_dir = scratch / ".bin"
         tool_dir.mkdir()
-        wrapper = tool_dir / "kro"
-        wrapper.write_text("#!/bin/sh\nexec %s %s \"$@\"\n" % (args.emulator.replace(";", " "), args.kro))
-        wrapper.chmod(0o755)
+        beside = pathlib.Path(args.kro).parent.glob("example_*")
+        for program in [pathlib.Path(args.kro)] + [p for p in beside if p.suffix in ("", ".exe")]:
+            wrapper = tool_dir / program.stem
+            wrapper.write_text("#!/bin/sh\nexec %s %s \"$@\"\n" % (args.emulator.replace(";", " "), program))
+            wrapper.chmod(0o755)
         self.env["KRO"] = args.kro
         self.env["PATH"] = "%s:%s" % (tool_dir, os.environ["PATH"])
 
