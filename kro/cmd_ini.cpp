@@ -6,6 +6,7 @@
 // stay there, and lines end as they did.
 #include "commands.h"
 #include "files.h"
+#include "progress.h"
 
 #include <stdkro/ini_doc.h>
 #include <stdkro/xcpt.h>
@@ -52,6 +53,19 @@ int line_read(const ini_reader& in)
     return in.get_line() - (behind_line_feed ? 1 : 0);
 }
 
+int check(ini_reader& in, checker& found, const std::string& path)
+{
+    const progress work("checking " + path);
+    return in.read_ini(&found);
+}
+
+int fill(ini_file& file, ini_reader& in)
+{
+    const progress work("reading " + file.path);
+    in.seek(0);
+    return file.doc.read(in);
+}
+
 // Fills `file` or prints what is wrong. Returns the exit status.
 int load(ini_file& file)
 {
@@ -69,12 +83,11 @@ int load(ini_file& file)
     ini_reader in;
     in.load_string(text.data(), text.data() + text.size(), false);
     checker found;
-    const int r = in.read_ini(&found);
+    const int r = check(in, found, file.path);
     if (r < 0)
         return report_error_at(file.path, line_read(in), r, found.error_message.c_str());
     file.comments = found.comments;
-    in.seek(0);
-    const int filled = file.doc.read(in);
+    const int filled = fill(file, in);
     return filled < 0 ? report_error_in(file.path, filled) : exit_success;
 }
 

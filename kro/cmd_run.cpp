@@ -1,6 +1,7 @@
 // kro run: compiles a script and runs it. kro list: shows its instructions.
 #include "commands.h"
 #include "definition.h"
+#include "progress.h"
 #include "script.h"
 
 #include <stdkro/xcpt.h>
@@ -27,9 +28,16 @@ int report_run_error(const script& s, const xpp::xmachine& machine)
     return exit_failure;
 }
 
+int run_shown(xpp::xmachine& machine, const script& s)
+{
+    progress work("running " + s.name);
+    const watched_stream watched(std::cout, work);
+    return machine.run();
+}
+
 int run(xpp::xmachine& machine, const script& s)
 {
-    if (machine.run() < 0)
+    if (run_shown(machine, s) < 0)
         return report_run_error(s, machine);
     machine.get_ostream()->flush();
     return machine.get_ostream()->good() ? exit_success : report_error(err::file_system, "cannot write the output");

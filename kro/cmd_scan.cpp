@@ -5,6 +5,7 @@
 // matter, nor how far the automaton looked ahead for a longer one.
 #include "commands.h"
 #include "patterns.h"
+#include "progress.h"
 
 #include <stdkro/xcpt.h>
 
@@ -20,11 +21,15 @@ using offset = std::streamoff;
 /// A file that is read forwards, with steps back.
 class window {
 public:
-    explicit window(const std::string& path) : in_(path, std::ios::binary), chunk_(1 << 16)
+    explicit window(const std::string& path) : in_(path, std::ios::binary | std::ios::ate), chunk_(1 << 16)
     {
         if (!in_)
             throw xrterror(err::file_system, "cannot read '%s'", path.c_str());
+        whole_ = in_.tellg();
     }
+
+    /// The size of the file as it was opened; negative when it is not known.
+    offset whole() const { return whole_; }
 
     /// The bytes at hand from `at` on; their number, 0 at the end of the file.
     std::size_t look(offset at, const char*& bytes)
@@ -50,6 +55,7 @@ private:
 
     std::ifstream in_;
     std::vector<char> chunk_;
+    offset whole_ = 0;
     offset begin_ = 0;
     std::size_t size_ = 0;
 };
@@ -63,7 +69,7 @@ struct piece {
 
 class scanner {
 public:
-    scanner(const rdfa& rules, window& file) : rules_(rules), file_(file) {}
+    scanner(const rdfa& rules, window& file, progress& work) : rules_(rules), file_(file), work_(work) {}
 
     /// Prints all pieces; whether every one had a rule.
     bool run();
@@ -81,6 +87,7 @@ private:
 
     const rdfa& rules_;
     window& file_;
+    progress& work_;
     unsigned long line_ = 1;
     unsigned long column_ = 1;
 };
@@ -128,6 +135,7 @@ void scanner::advance(char c)
 
 void scanner::print(const piece& p)
 {
+    work_.before_output();
     if (p.rule >= 0)
         std::printf("%lu:%lu %d ", line_, column_, p.rule);
     else
@@ -151,6 +159,8 @@ bool scanner::run()
 {
     bool all = true;
     for (offset at = 0; !is_end(at);) {
+        if (file_.whole() > 0)
+            work_.reached(static_cast<std::uint64_t>(at), static_cast<std::uint64_t>(file_.whole()));
         const piece p = next(at);
         print(p);
         all = all && p.rule >= 0;
@@ -199,7 +209,8 @@ int scan_command(const command_words& words)
         rdfa rules;
         read_rules(words.operands[0], rules);
         window file(words.operands[1]);
-        return scanner(rules, file).run() ? exit_success : exit_failure;
+        progress work("scanning " + words.operands[1]);
+        return scanner(rules, file, work).run() ? exit_success : exit_failure;
     } catch (const xcpt& e) {
         std::fflush(stdout);
         return report_error(e.get_err(), e.what());

@@ -4,6 +4,7 @@
 // ends, comments kept. They are written in the library's own layout.
 #include "commands.h"
 #include "files.h"
+#include "progress.h"
 
 #include <stdkro/str.h>
 #include <stdkro/xcpt.h>
@@ -44,6 +45,7 @@ int read_text(const std::string& text, xml_doc& doc, failure& failed)
 
 std::string printed(const xml_doc& doc, bool pretty)
 {
+    const progress work("writing");
     std::ostringstream out;
     doc.write(out, pretty);
     return out.str();
@@ -81,7 +83,7 @@ std::string pairs_text(const attributes& attrs)
 // Prints a line for each event, behind the line of the text where it happened.
 class event_printer : public xml_handler {
 public:
-    explicit event_printer(failure& failed) : failed_(failed) {}
+    event_printer(failure& failed, progress& work) : failed_(failed), work_(work) {}
     int onBeginDocument() override { return print("begin document", ""); }
     int onEndDocument() override { return print("end document", ""); }
     void onError(int code, const char* message) override
@@ -108,11 +110,13 @@ public:
 private:
     int print(const char* event, const std::string& what)
     {
+        work_.before_output();
         std::printf("%d: %s%s\n", get_reader()->get_line(), event, what.c_str());
         return err::ok;
     }
 
     failure& failed_;
+    progress& work_;
 };
 
 std::string describe(const xml_node& node)
@@ -160,10 +164,16 @@ int report_failure(const xml_file& file, const failure& failed)
     return report_error_at(file.path, failed.line, failed.code, failed.message.c_str());
 }
 
+int read_shown(xml_file& file, failure& failed)
+{
+    const progress work("reading " + file.path);
+    return read_text(file.text, file.doc, failed);
+}
+
 int load(xml_file& file)
 {
     failure failed;
-    return read_text(file.text, file.doc, failed) < 0 ? report_failure(file, failed) : exit_success;
+    return read_shown(file, failed) < 0 ? report_failure(file, failed) : exit_success;
 }
 
 int report_path(const xml_file& file, const std::string& path, int code)
@@ -204,13 +214,19 @@ int print_compact(xml_file& file, const arguments&)
     return status == exit_success ? print_text(printed(file.doc, false)) : status;
 }
 
+int read_events(const xml_file& file, failure& failed)
+{
+    progress work("reading " + file.path);
+    event_printer printer(failed, work);
+    xml_reader in;
+    in.load_string(file.text.data(), file.text.data() + file.text.size(), false);
+    return in.read_doc(&printer);
+}
+
 int print_events(xml_file& file, const arguments&)
 {
     failure failed;
-    event_printer printer(failed);
-    xml_reader in;
-    in.load_string(file.text.data(), file.text.data() + file.text.size(), false);
-    const int r = in.read_doc(&printer);
+    const int r = read_events(file, failed);
     std::fflush(stdout);
     return r < 0 ? report_failure(file, failed) : exit_success;
 }

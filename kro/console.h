@@ -1,4 +1,4 @@
-// Standard input as the interactive commands read it.
+// The console: who reads and types there, and input as the interactive commands read it.
 #ifndef STDKRO_KRO_CONSOLE_H
 #define STDKRO_KRO_CONSOLE_H
 
@@ -6,6 +6,9 @@
 
 /// Whether somebody types the input.
 bool is_typed_input();
+/// Whether somebody sees standard output, and standard error, at once: it is a terminal.
+bool is_shown_output();
+bool is_shown_error();
 
 /// Reads a line of any length without its end, behind the prompt when somebody types.
 /// False at the end of the input.

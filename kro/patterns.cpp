@@ -1,5 +1,7 @@
 #include "patterns.h"
 
+#include "progress.h"
+
 #include <stdkro/xcpt.h>
 
 namespace {
@@ -45,6 +47,7 @@ void add_whole_rule(rnfa& all, const std::string& pattern, short rule)
 
 void build(rdfa& out, const rnfa& nfa)
 {
+    const progress work("building the automaton");
     const int r = rdfa_maker().ntod(out, nfa);
     if (r < 0)
         throw xrterror(r, "%s", get_err_info(r));
