@@ -65,7 +65,8 @@ def manual(commands):
            ".B kro", ".I COMMAND", "[\\fIWORD\\fR]...", ".SH DESCRIPTION",
            "Evaluates expressions, runs and debugs scripts, matches patterns, reads and changes documents,",
            "writes logs, serves sockets and runs programs. Options may stand anywhere behind the command's name;",
-           ".B \\-\\-", "ends them.", ".SH COMMANDS"]
+           ".B \\-\\-", "ends them. A command that works for more than two seconds says so on standard error where",
+           "that is a terminal.", ".SH COMMANDS"]
     for command in commands:
         out += [".SS %s" % roff(command.name)]
         for number, form in enumerate(command.forms):
