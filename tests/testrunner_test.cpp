@@ -115,6 +115,14 @@ TEST(testrunner, reports_a_tree_with_every_kind_of_end)
     EXPECT_EQ(4, r.getFailedCount());
 }
 
+TEST(testrunner, reports_a_single_test_without_a_suite)
+{
+    fixture alone = make_case(&fixture::passes, "alone");
+    EXPECT_EQ("       fixture::alone ...\n\nOK(1)\n", report_of(alone));
+    testmethod other([] { throw 5; }, "other", "m.cpp", 9);
+    EXPECT_EQ("       other failed!\n\nm.cpp(9): other: uncatch exception\nOK(0), FAILED(1)\n", report_of(other));
+}
+
 TEST(testrunner, reports_nothing_run_as_ok_0)
 {
     testsuite empty("root");
@@ -159,6 +167,8 @@ TEST(testrunner, lets_exceptions_of_setUp_and_tearDown_through)
     tear_down.setPfnDoTest(static_cast<testcase::method>(&bad_tear_down::run));
     recorder r;
     EXPECT_THROW(r.runTest(set_up), std::runtime_error);
+    EXPECT_EQ("", r.text) << "setUp comes first, and there is no report";
+    EXPECT_EQ(0, r.getRunCount());
     EXPECT_THROW(r.runTest(tear_down), std::runtime_error);
     EXPECT_EQ(1, r.getPassedCount()) << "the test itself had been counted";
 }
@@ -297,6 +307,43 @@ TEST(ut_registry, takes_registrations_into_the_current_suite)
     EXPECT_EQ(3, f.getLine());
 }
 
+TEST(ut_registry, fills_a_suite_before_it_is_added)
+{
+    testsuite mine("mine");
+    ut_registry& registry = ut_registry::getObject();
+    registry.setCurrentSuite(&mine);
+    static const testsuite* filled;
+    static int count_while_filling;
+    const ut_register_testsuite made("made", [](testsuite& suite) {
+        filled = &suite;
+        count_while_filling = ut_registry::getObject().getRootSuite().findTest("made");
+        EXPECT_EQ(&suite, ut_registry::getObject().getCurrentSuite());
+        EXPECT_STREQ("made", suite.getName());
+    });
+    EXPECT_EQ(&mine, registry.getCurrentSuite()) << "what was current is current again";
+    registry.setCurrentSuite(nullptr);
+    EXPECT_EQ(1, mine.getTestCount());
+    EXPECT_EQ(filled, mine.getTest(0));
+    EXPECT_LT(count_while_filling, 0);
+}
+
+TEST(ut_registry, is_emptied_by_clear)
+{
+    ut_registry& registry = ut_registry::getObject();
+    testsuite& root = registry.getRootSuite();
+    std::vector<test*> registered;
+    for (int i = 0; i < root.getTestCount(); ++i)
+        registered.push_back(root.getTest(i));
+    testsuite mine("mine");
+    registry.setCurrentSuite(&mine);
+    registry.clear();
+    EXPECT_EQ(0, root.getTestCount());
+    EXPECT_EQ(nullptr, registry.getCurrentSuite());
+    EXPECT_EQ(&root, &ut_registry::getSuite());
+    for (test* const t : registered)
+        root.addTest(*t);
+}
+
 TEST(assertions, say_what_was_expected_and_what_was_there)
 {
     static const struct {
@@ -308,6 +355,19 @@ TEST(assertions, say_what_was_expected_and_what_was_there)
         { [] { UT_ASSERT_EQ(3, 1 + 2); }, nullptr },
         { [] { UT_ASSERT_EQ(3, 1 + 3); }, "1 + 3: expected 3, got 4" },
         { [] { UT_ASSERT_EQ(true, false); }, "false: expected true, got false" },
+        // C strings are compared as texts.
+        { [] {
+             const std::string text = "four";
+             char buffer[] = "four";
+             UT_ASSERT_EQ("four", text.c_str());
+             UT_ASSERT_EQ("four", buffer);
+             UT_ASSERT_EQ(&buffer[0], text.c_str());
+             UT_ASSERT_EQ(text, buffer);
+         },
+          nullptr },
+        { [] { UT_ASSERT_EQ("four", "five"); }, "\"five\": expected \"four\", got \"five\"" },
+        { [] { UT_ASSERT_EQ("", static_cast<const char*>(nullptr)); },
+          "static_cast<const char*>(nullptr): expected \"\", got null" },
         { [] { UT_ASSERT_CODE(err::ok, 0); }, nullptr },
         { [] { UT_ASSERT_CODE(0, err::syntax); },
           "err::syntax: expected 0x00000000 \"<OK>\", got 0x80020005 \"syntax error\"" },

@@ -23,8 +23,10 @@
 #include <stdkro/xcpt.h>
 
 #include <cstdio>
+#include <cstring>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 class testrunner;
@@ -216,6 +218,20 @@ inline std::string ut_text(const char* text) { return text ? '"' + std::string(t
 inline std::string ut_text(char* text) { return ut_text(static_cast<const char*>(text)); }
 inline std::string ut_text(bool b) { return b ? "true" : "false"; }
 
+/// Two C strings are equal when their texts are, everything else when == says so.
+inline bool ut_is_equal(const char* left, const char* right)
+{
+    return left == right || (left && right && std::strcmp(left, right) == 0);
+}
+template <class left, class right> bool ut_is_equal(const left& l, const right& r)
+{
+    if constexpr ((std::is_same_v<std::decay_t<left>, char*> || std::is_same_v<std::decay_t<left>, const char*>)
+                  && (std::is_same_v<std::decay_t<right>, char*> || std::is_same_v<std::decay_t<right>, const char*>))
+        return ut_is_equal(static_cast<const char*>(l), static_cast<const char*>(r));
+    else
+        return l == r;
+}
+
 /// A status code with its message.
 KRO_API std::string ut_code_text(int code);
 
@@ -226,7 +242,7 @@ KRO_API void ut_expect_code(int expected, int code, const char* expression, cons
 template <class left, class right>
 void ut_expect_equal(const left& expected, const right& value, const char* expression, const char* file, int line)
 {
-    if (!(expected == value))
+    if (!ut_is_equal(expected, value))
         throw ut_error(file, line, "%s: expected %s, got %s", expression, ut_text(expected).c_str(),
                        ut_text(value).c_str());
 }
@@ -244,7 +260,7 @@ template <class body> void ut_expect_throw(int code, body run, const char* state
 
 /// Fails unless `condition` holds.
 #define UT_ASSERT(condition) ut_expect((condition) ? true : false, #condition, __FILE__, __LINE__)
-/// Fails unless `expected == value`; the message shows both.
+/// Fails unless `expected == value`, of C strings their texts; the message shows both.
 #define UT_ASSERT_EQ(expected, value) ut_expect_equal((expected), (value), #value, __FILE__, __LINE__)
 /// Fails unless `expression` is the status code `code`; the message shows both with their texts.
 #define UT_ASSERT_CODE(code, expression) ut_expect_code((code), (expression), #expression, __FILE__, __LINE__)
