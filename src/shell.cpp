@@ -128,6 +128,8 @@ const shell::cmd* shell::command_of(const char* name) const
 {
     if (!half_done_)
         return find(name);
+    // KEEP: a whole name that begins another one is ambiguous too; a table made for
+    // abbreviations has no such pair.
     const cmd* found[2];
     return find_match(name, found, 2) == 1 ? found[0] : nullptr;
 }

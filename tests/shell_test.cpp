@@ -150,6 +150,48 @@ TEST(shell, takes_abbreviations_that_only_one_command_begins_with)
     }
 }
 
+TEST(shell, takes_a_name_that_begins_another_for_ambiguous)
+{
+    const shell::cmd pair[] = { { "run", record, "" }, { "runall", record, "" }, { nullptr, nullptr, nullptr } };
+    shell sh;
+    sh.set_cmds(pair);
+    called.clear();
+    EXPECT_EQ(7, sh.execute("run"));
+    sh.half_done(true);
+    EXPECT_EQ(0u, printed([&] { EXPECT_EQ(err::unexpected, sh.execute("run")); }).find("unknown command: run.\n"));
+    EXPECT_EQ(7, sh.execute("runa"));
+    EXPECT_EQ("<run> <runa> ", called);
+}
+
+TEST(shell, runs_the_first_of_two_commands_with_one_name)
+{
+    const shell::cmd twice[] = { { "a", record, "" }, { "a", fail, "" }, { nullptr, nullptr, nullptr } };
+    shell sh;
+    sh.set_cmds(twice);
+    EXPECT_EQ(twice, sh.find("a"));
+    EXPECT_EQ(7, sh.execute("a"));
+    const shell::cmd empty_table[] = { { nullptr, record, "" }, { "behind", record, "" }, { nullptr, nullptr, nullptr } };
+    sh.set_cmds(empty_table);
+    EXPECT_EQ(nullptr, sh.find("behind")) << "the null name ends the table";
+}
+
+TEST(shell, hands_itself_to_the_command)
+{
+    static const shell* seen;
+    const shell::cmd own[] = { { "who",
+                                 [](shell* sh, int, char**) {
+                                     seen = sh;
+                                     return sh->execute("quit");
+                                 },
+                                 "" },
+                               { "quit", quit, "" },
+                               { nullptr, nullptr, nullptr } };
+    shell sh;
+    sh.set_cmds(own);
+    EXPECT_EQ(err::exit, sh.execute("who")) << "a command may execute others";
+    EXPECT_EQ(&sh, seen);
+}
+
 TEST(shell, without_commands_knows_none)
 {
     shell sh;
@@ -279,6 +321,25 @@ TEST(line_editor, completes_at_tab)
     EXPECT_EQ("hello ", printed([&] { full.type("hello\t"); }));
 }
 
+TEST(line_editor, lists_16_names_at_most)
+{
+    const shell::cmd many[] = {
+        { "a00", record, "" }, { "a01", record, "" }, { "a02", record, "" }, { "a03", record, "" }, { "a04", record, "" },
+        { "a05", record, "" }, { "a06", record, "" }, { "a07", record, "" }, { "a08", record, "" }, { "a09", record, "" },
+        { "a10", record, "" }, { "a11", record, "" }, { "a12", record, "" }, { "a13", record, "" }, { "a14", record, "" },
+        { "a15", record, "" }, { "a16", record, "" }, { nullptr, nullptr, nullptr }
+    };
+    editor e;
+    e.set_cmds(many);
+    EXPECT_EQ("a\na00 a01 a02 a03 a04 a05 a06 a07 a08 a09 a10 a11 a12 a13 a14 a15 \n> a", printed([&] { e.type("a\t"); }));
+}
+
+TEST(line_editor, completes_only_the_command)
+{
+    editor e;
+    EXPECT_EQ("hello h", printed([&] { e.type("hello h\t"); })) << "no command begins like the whole line";
+}
+
 TEST(line_editor, clips_a_completed_name)
 {
     const std::string name(600, 'n');
@@ -307,6 +368,30 @@ TEST(shell_run, reads_lines_and_ends_at_exit)
     called.clear();
     EXPECT_EQ("> > ", printed([&] { sh.run("> "); }));
     EXPECT_EQ("<hello><1> ", called);
+}
+
+TEST(shell_run, reads_lines_in_pieces_of_79_characters)
+{
+    const std::string word(73, 'a');
+    const typed_input input("hello " + word + "hello b\nquit\n");
+    shell sh;
+    sh.set_cmds(commands);
+    called.clear();
+    EXPECT_EQ("> > > ", printed([&] { sh.run("> "); }));
+    EXPECT_EQ("<hello><" + word + "> <hello><b> ", called);
+}
+
+TEST(shell_run, goes_on_behind_every_result_but_exit)
+{
+    for (const bool edits : { false, true }) {
+        const typed_input input("fail\nhello\nwhat\nhello \"\nhello\nquit\nhello\n");
+        shell sh;
+        sh.set_cmds(commands);
+        sh.auto_complete(edits);
+        called.clear();
+        printed([&] { sh.run("> "); });
+        EXPECT_EQ("fail <hello> <hello> ", called) << edits;
+    }
 }
 
 TEST(shell_run, says_so_at_the_end_of_the_input)
@@ -341,5 +426,14 @@ TEST(shell_run, runs_autoexec_first_and_ignores_its_result)
     called.clear();
     printed([&] { sh.run(""); });
     EXPECT_EQ("<hello><start> fail ", called);
+    // Even "exit" there ends the file only.
+    write_file("autoexec", "quit\nhello start\n");
+    for (const bool edits : { false, true }) {
+        const typed_input more("hello 1\nquit\n");
+        sh.auto_complete(edits);
+        called.clear();
+        printed([&] { sh.run(""); });
+        EXPECT_EQ("<hello><1> ", called) << edits;
+    }
     std::remove("autoexec");
 }
