@@ -419,6 +419,11 @@ TEST(log_table, takes_the_block_of_its_language)
     table.set_language(log_table::english);
     EXPECT_EQ(0, table.read(xml_text(file).root()));
     EXPECT_EQ("1 hello", message_text(table, 1));
+    table.set_language(7); // any other number is Chinese
+    EXPECT_EQ(0, table.read(xml_text(file).root()));
+    EXPECT_EQ("1 ni hao", message_text(table, 1));
+    table.set_language(log_table::english);
+    EXPECT_EQ(0, table.read(xml_text(file).root()));
     EXPECT_EQ(syntax_error, table.read(xml_text("<messages language=\"\"><lang langid=\"chinese\"/></messages>").root()));
     EXPECT_EQ("1 hello", message_text(table, 1));
     EXPECT_EQ(syntax_error, table.read(xml_text("<messages><lang langid=\"english\"/></messages>").root()))
@@ -534,6 +539,40 @@ TEST_F(log_overrides, leave_templates_and_numbered_messages_alone)
     EXPECT_EQ("[app] hint: x|[app] hint: x|[app] debug: error happen|", taken());
 }
 
+// Calls the forms that all others end in.
+void write_format(const logctx& ctx, err_level level, const char* fmt, ...)
+{
+    va_list arguments;
+    va_start(arguments, fmt);
+    logger::write(ctx, level, fmt, arguments);
+    va_end(arguments);
+}
+
+void write_code(const logctx& ctx, err_level level, int code, ...)
+{
+    va_list arguments;
+    va_start(arguments, code);
+    logger::write(ctx, level, code, arguments);
+    va_end(arguments);
+}
+
+TEST_F(log_overrides, are_not_asked_by_write)
+{
+    overriding_context app("<log name=\"x %d\" value=\"y %d\" level=\"bad\"/>");
+    log_table table;
+    ASSERT_EQ(0, table.read(xml_text(three_messages).root()));
+    logger::set_def_ctx(&app);
+    app.table = &table;
+    write_format(app, lv_hint, "x %d", 1);
+    write_code(app, lv_hint, 2, 80, "nobody");
+    EXPECT_EQ("[app] hint: x 1|[app] error: port 80 is taken by nobody|", taken());
+    logger::set_writer(nullptr);
+    write_format(app, lv_hint, "x %d", 1);
+    write_code(app, lv_hint, 1);
+    logger::set_writer(&to_memory);
+    EXPECT_EQ("", taken());
+}
+
 TEST_F(log_overrides, know_a_format_by_its_text_and_not_only_by_its_address)
 {
     overriding_context app("<log name=\"one\" value=\"ONE\" level=\"bad\"/><log name=\"two\" value=\"TWO\" level=\"bad\"/>");
@@ -558,6 +597,7 @@ TEST_F(log_overrides, count_as_not_found_when_they_want_other_arguments)
         { "%d", "", true }, // no text: only the level changes
         { "%d", "x", false }, { "x", "%d", false }, { "%d", "%s", false }, { "%s", "%d", false }, { "%s", "%p", false },
         { "%d", "%d %d", false }, { "%s %d", "%d %s", false }, { "%d", "%ld", false }, { "%lld", "%ld", false },
+        { "%lld", "%llx", true }, { "%d", "%lld", false }, { "%lld", "%d", false },
         { "%zu", "%u", false }, { "%d", "%f", false }, { "%f", "%Lf", false }, { "%d", "%*d", false },
         { "%d", "%n", false }, { "%n", "%n", false }, { "%d", "%hn", false }, { "%d", "%1$d", false },
         { "%d", "%", false }, { "%", "%", false }, { "%d", "%y", false }, { "%d", "%l", false }, { "%s", "%ls", false },
