@@ -10,6 +10,7 @@
 
 #include "gbk_texts.h"
 #include "number_text.h"
+#include "text_class.h"
 
 #include <cmath>
 #include <ostream>
@@ -212,6 +213,14 @@ void base_var::become(share_str&& text)
     mark(number, constness | string);
 }
 
+// What has no value is no value of another type either; an error stays as it is.
+static bool refuse_cast(base_var& v)
+{
+    if (v.raw_type() != base_var::error)
+        v.raw_set_error(v.raw_type() == base_var::none ? err::not_initialized : err::internal);
+    return false;
+}
+
 bool base_var::cast(type to)
 {
     switch (to) {
@@ -238,12 +247,9 @@ bool base_var::cast_string()
     case real:
         v.become(text_of(v.raw_double()));
         return true;
-    case none:
-        return v.fail(err::not_initialized);
-    case error:
-        return false;
+    default:
+        return refuse_cast(v);
     }
-    return v.fail(err::internal);
 }
 
 bool base_var::cast_int()
@@ -261,12 +267,9 @@ bool base_var::cast_int()
     case real:
         v.become(integer, double_to_int(v.raw_double()));
         return true;
-    case none:
-        return v.fail(err::not_initialized);
-    case error:
-        return false;
+    default:
+        return refuse_cast(v);
     }
-    return v.fail(err::internal);
 }
 
 bool base_var::cast_double()
@@ -284,12 +287,9 @@ bool base_var::cast_double()
         return true;
     case real:
         return true;
-    case none:
-        return v.fail(err::not_initialized);
-    case error:
-        return false;
+    default:
+        return refuse_cast(v);
     }
-    return v.fail(err::internal);
 }
 
 // KEEP: the empty text is the int 0: unset options and empty fields count as zero.
@@ -348,6 +348,20 @@ base_var& base_var::raw_oper2(const base_var& rhs, OPERATION operation)
     return *this;
 }
 
+// An operation on numbers: what it makes of two ints, and of two doubles.
+template <class INTS, class DOUBLES>
+base_var& base_var::raw_numeric2(const base_var& rhs, INTS ints, DOUBLES doubles)
+{
+    return raw_oper2(rhs, [&](base_var& a, const base_var& b) {
+        if (a.raw_type() == integer)
+            a.become(integer, static_cast<int>(ints(a.raw_int(), b.raw_int())));
+        else if (a.raw_type() == real)
+            a.become(static_cast<double>(doubles(a.raw_double(), b.raw_double())));
+        else
+            a.raw_set_error(err::illegal_operator);
+    });
+}
+
 base_var& base_var::add(const base_var& rhs)
 {
     return raw_oper2(rhs, [](base_var& a, const base_var& b) {
@@ -366,26 +380,14 @@ base_var& base_var::add(const base_var& rhs)
 
 base_var& base_var::subtract(const base_var& rhs)
 {
-    return raw_oper2(rhs, [](base_var& a, const base_var& b) {
-        if (a.raw_type() == integer)
-            a.become(integer, wrap(bits_of(a.raw_int()) - bits_of(b.raw_int())));
-        else if (a.raw_type() == real)
-            a.become(a.raw_double() - b.raw_double());
-        else
-            a.raw_set_error(err::illegal_operator);
-    });
+    return raw_numeric2(
+        rhs, [](int a, int b) { return wrap(bits_of(a) - bits_of(b)); }, [](double a, double b) { return a - b; });
 }
 
 base_var& base_var::multiply(const base_var& rhs)
 {
-    return raw_oper2(rhs, [](base_var& a, const base_var& b) {
-        if (a.raw_type() == integer)
-            a.become(integer, wrap(bits_of(a.raw_int()) * bits_of(b.raw_int())));
-        else if (a.raw_type() == real)
-            a.become(a.raw_double() * b.raw_double());
-        else
-            a.raw_set_error(err::illegal_operator);
-    });
+    return raw_numeric2(
+        rhs, [](int a, int b) { return wrap(bits_of(a) * bits_of(b)); }, [](double a, double b) { return a * b; });
 }
 
 base_var& base_var::divide(const base_var& rhs)
@@ -431,28 +433,16 @@ base_var base_var::cmp(const base_var& a, const base_var& b)
 base_var base_var::op_or(const base_var& a, const base_var& b)
 {
     base_var result = fresh(a);
-    result.raw_oper2(b, [](base_var& x, const base_var& y) {
-        if (x.raw_type() == integer)
-            x.become(integer, x.raw_int() != 0 || y.raw_int() != 0);
-        else if (x.raw_type() == real)
-            x.become(x.raw_double() != 0.0 || y.raw_double() != 0.0 ? 1.0 : 0.0);
-        else
-            x.raw_set_error(err::illegal_operator);
-    });
+    const auto either = [](auto x, auto y) { return x != 0 || y != 0; };
+    result.raw_numeric2(b, either, either);
     return result;
 }
 
 base_var base_var::op_and(const base_var& a, const base_var& b)
 {
     base_var result = fresh(a);
-    result.raw_oper2(b, [](base_var& x, const base_var& y) {
-        if (x.raw_type() == integer)
-            x.become(integer, x.raw_int() != 0 && y.raw_int() != 0);
-        else if (x.raw_type() == real)
-            x.become(x.raw_double() != 0.0 && y.raw_double() != 0.0 ? 1.0 : 0.0);
-        else
-            x.raw_set_error(err::illegal_operator);
-    });
+    const auto both = [](auto x, auto y) { return x != 0 && y != 0; };
+    result.raw_numeric2(b, both, both);
     return result;
 }
 
@@ -483,21 +473,6 @@ std::ostream& operator<<(std::ostream& out, const base_var& v) { return out << v
 // ---- the text form of one value ------------------------------------------------
 
 namespace {
-
-// Undoes the escapes of str::write_value; any other escaped byte stands for itself.
-char unescaped(char c)
-{
-    switch (c) {
-    case 'n':
-        return '\n';
-    case 'r':
-        return '\r';
-    case 't':
-        return '\t';
-    default:
-        return c;
-    }
-}
 
 // `s` stands behind the opening quote, `end` where the value ends.
 share_str quoted_text(const char* s, const char* end)

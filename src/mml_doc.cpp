@@ -8,6 +8,7 @@
 #include <stdkro/xcpt.h>
 
 #include "attribute_builder.h"
+#include "text_class.h"
 
 #include <cstring>
 
@@ -17,23 +18,7 @@ namespace {
 constexpr std::size_t longest_record = 0x7FFFFFF0;
 
 // As in the C locale, whatever locale the program chose.
-bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
 bool is_word(char c) { return is_digit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-char unescaped(char c)
-{
-    switch (c) {
-    case 'n':
-        return '\n';
-    case 'r':
-        return '\r';
-    case 't':
-        return '\t';
-    default:
-        return c;
-    }
-}
 
 struct range {
     const char* begin;

@@ -319,22 +319,20 @@ bool share_str::reserved(unsigned n) noexcept
 
 void share_str::print(const char* fmt, ...)
 {
-    char buffer[print_size];
     va_list arguments;
     va_start(arguments, fmt);
-    format_bounded(buffer, sizeof buffer, fmt, arguments);
+    const printed_text made(fmt, arguments);
     va_end(arguments);
-    *this = buffer;
+    *this = made.text;
 }
 
 share_str share_str::print_str(const char* fmt, ...)
 {
-    char buffer[print_size];
     va_list arguments;
     va_start(arguments, fmt);
-    format_bounded(buffer, sizeof buffer, fmt, arguments);
+    const printed_text made(fmt, arguments);
     va_end(arguments);
-    return share_str(buffer);
+    return share_str(made.text);
 }
 
 bool operator==(const share_str& a, const char* b) noexcept

@@ -89,22 +89,20 @@ string_str& string_str::operator+=(char c) noexcept
 
 void string_str::print(const char* fmt, ...)
 {
-    char buffer[print_size];
     va_list arguments;
     va_start(arguments, fmt);
-    format_bounded(buffer, sizeof buffer, fmt, arguments);
+    const printed_text made(fmt, arguments);
     va_end(arguments);
-    *this = buffer;
+    *this = made.text;
 }
 
 string_str string_str::print_str(const char* fmt, ...)
 {
-    char buffer[print_size];
     va_list arguments;
     va_start(arguments, fmt);
-    format_bounded(buffer, sizeof buffer, fmt, arguments);
+    const printed_text made(fmt, arguments);
     va_end(arguments);
-    return string_str(buffer);
+    return string_str(made.text);
 }
 
 bool string_str::reserved(unsigned n) noexcept

@@ -14,6 +14,22 @@ inline int hex_value(char c)
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
+/// The byte that stands behind a backslash as `c`, where texts escape line ends and
+/// tabs; any other byte stands for itself.
+inline char unescaped(char c)
+{
+    switch (c) {
+    case 'n':
+        return '\n';
+    case 'r':
+        return '\r';
+    case 't':
+        return '\t';
+    default:
+        return c;
+    }
+}
+
 inline const char* skip_space(const char* s)
 {
     while (is_space(*s))

@@ -12,4 +12,10 @@ constexpr unsigned print_size = 1024;
 /// or more characters: it is cut and terminated then. Writes nothing for size 0.
 int format_bounded(char* dst, unsigned size, const char* fmt, va_list arguments);
 
+/// What the `print` functions make of a format.
+struct printed_text {
+    char text[print_size];
+    printed_text(const char* fmt, va_list arguments) { format_bounded(text, sizeof text, fmt, arguments); }
+};
+
 #endif

@@ -1,5 +1,6 @@
 // The evaluator: values, variables, functions, and what it throws.
 #include "naive_expression.h"
+#include "value_text.h"
 
 #include <stdkro/ecalc.h>
 
@@ -9,24 +10,6 @@
 #include <string>
 
 namespace {
-
-std::string code_text(int code)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(code));
-    return text;
-}
-
-/// A value with its type: 7, 7.5 as "real 7.5", a string in quotes, an error.
-std::string text_of(const base_var& v)
-{
-    if (!v.is_initialized())
-        return "none";
-    if (!v.is_valid())
-        return "error " + code_text(v.get_err());
-    const std::string text = v.to_string().c_str();
-    return v.is_string() ? "\"" + text + "\"" : (v.is_double() ? "real " : "") + text;
-}
 
 /// The value, "returns CODE" or "throws CODE MESSAGE".
 std::string evaluate(ecalc& calc, const char* text)

@@ -399,6 +399,8 @@ private:
 
     template <class OPERATION>
     base_var& raw_oper2(const base_var& rhs, OPERATION operation);
+    template <class INTS, class DOUBLES>
+    base_var& raw_numeric2(const base_var& rhs, INTS ints, DOUBLES doubles);
     base_var& add(const base_var& rhs);
     base_var& subtract(const base_var& rhs);
     base_var& multiply(const base_var& rhs);
