@@ -315,6 +315,8 @@ public:
     /// Null without a limit.
     const timespec* left() const { return is_limited_ ? &left_ : nullptr; }
 
+    bool is_over() const { return is_limited_ && left_.tv_sec == 0 && left_.tv_nsec == 0; }
+
     /// Looks at the clock again.
     void refresh()
     {
@@ -611,6 +613,45 @@ void restore(pollfd* records, unsigned count)
             p->fd = ~p->fd;
 }
 
+/// A wait for poll records, of which one more is the waker's.
+class poll_wait {
+public:
+    poll_wait(pollfd* records, unsigned count, unsigned waker) : records_(records), count_(count), waker_(waker)
+    {
+        records[count] = { descriptor_of(waker), POLLIN, 0 };
+    }
+    poll_wait(const poll_wait&) = delete;
+    poll_wait& operator=(const poll_wait&) = delete;
+    ~poll_wait()
+    {
+        if (is_spurious_)
+            restore(records_, count_);
+    }
+
+    int ready() const { return ready_; }
+
+    /// Asks the kernel once. True when that ends the wait before its time.
+    bool ask(const timespec* limit)
+    {
+        const int reported = ppoll(records_, count_ + 1, limit, nullptr);
+        if (reported < 0 && errno != EINTR)
+            ready_ = -1;
+        if (reported <= 0)
+            return ready_ < 0;
+        const bool is_waker_reported = records_[count_].revents != 0;
+        const bool is_woken = is_waker_reported && drain(waker_);
+        ready_ = collect(records_, count_, reported - is_waker_reported, is_spurious_);
+        return ready_ != 0 || is_woken;
+    }
+
+private:
+    pollfd* records_;
+    unsigned count_;
+    unsigned waker_;
+    bool is_spurious_ = false;
+    int ready_ = 0;
+};
+
 } // namespace
 
 int sys_poll(sys_poll_record* given, unsigned count, const timeval* limit, unsigned waker)
@@ -618,28 +659,13 @@ int sys_poll(sys_poll_record* given, unsigned count, const timeval* limit, unsig
     pollfd* const records = reinterpret_cast<pollfd*>(given);
     if (std::all_of(records, records + count, [](const pollfd& p) { return p.events == 0; }))
         return -1;
-    records[count] = { descriptor_of(waker), POLLIN, 0 };
+    poll_wait wait(records, count, waker);
+    // Mostly something is ready, and a look that does not wait costs the kernel half as much.
+    const timespec at_once = {};
     countdown time(limit);
-    bool spurious = false;
-    int ready = 0;
-    for (;;) {
-        int reported = ppoll(records, count + 1, time.left(), nullptr);
-        if (reported < 0 && errno != EINTR) {
-            ready = -1;
-            break;
-        }
-        const bool is_woken = reported > 0 && records[count].revents != 0 && drain(waker);
-        if (reported > 0) {
-            reported -= records[count].revents != 0;
-            ready = collect(records, count, reported, spurious);
-        }
-        if (reported == 0 || ready != 0 || is_woken)
-            break;
-        time.refresh();
-    }
-    if (spurious)
-        restore(records, count);
-    return ready;
+    for (bool is_over = wait.ask(&at_once); !is_over && !time.is_over(); time.refresh())
+        is_over = wait.ask(time.left());
+    return wait.ready();
 }
 
 // The kernel's list is of open files and not of descriptors. Three things must not be seen of that:

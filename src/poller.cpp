@@ -10,11 +10,13 @@
 #include <algorithm>
 #include <new>
 
-// A slot's descriptor (-1: unused), and the events wanted and returned.
+// A slot's descriptor (-1: unused), the events wanted and returned, and the descriptor's number in the
+// watch table.
 struct poller::record {
     int fd;
     short wanted;
     short returned;
+    int watched;
 };
 
 namespace {
@@ -54,7 +56,7 @@ int poller::expand(unsigned capacity)
         return -1;
     }
     std::copy_n(records_, before, records);
-    std::fill(records + before, records + capacity, record { -1, 0, 0 });
+    std::fill(records + before, records + capacity, record { -1, 0, 0, -1 });
     delete[] records_;
     watch_table::destroy(watch_);
     records_ = records;
@@ -68,7 +70,7 @@ int poller::add(fdbase& object, int events)
     const int index = objects_.add(object);
     if (index < 0)
         return index;
-    records_[index] = { object.get_fd(), low_bits(events), 0 };
+    records_[index] = { object.get_fd(), low_bits(events), 0, -1 };
     is_changed_ = true;
     return index;
 }
@@ -115,6 +117,8 @@ void poller::rebuild_watch()
     watch_->clear();
     for (unsigned i = 0; i < capacity(); ++i)
         watch_->enter(records_[i].fd, records_[i].wanted);
+    for (unsigned i = 0; i < capacity(); ++i)
+        records_[i].watched = watch_->number_of(records_[i].fd);
     is_changed_ = false;
 }
 
@@ -125,7 +129,7 @@ int poller::wait(const timeval* limit)
     const loop_time time(limit, microseconds_of_fraction);
     const int n = watch_ ? watch_->wait(time.limit(), waker_) : -1;
     for (unsigned i = 0; i < capacity(); ++i)
-        records_[i].returned = n > 0 ? static_cast<short>(watch_->ready(records_[i].fd)) : short(0);
+        records_[i].returned = n > 0 ? static_cast<short>(watch_->ready(records_[i].watched)) : short(0);
     if (waited_)
         waited_(waited_argument_);
     if (n > 0)
@@ -151,7 +155,7 @@ void poller::refresh()
             continue;
         int events = 0;
         const int fd = object->get_events(events);
-        records_[i] = { fd, low_bits(events), 0 };
+        records_[i] = { fd, low_bits(events), 0, -1 };
     }
     is_changed_ = true;
 }

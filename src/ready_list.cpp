@@ -285,7 +285,7 @@ int ready_list::wait_in_table(ep_record* results, unsigned most, const timeval* 
         return n;
     unsigned made = 0;
     for (unsigned i = 0; i < count_ && made < most; ++i) {
-        const unsigned bits = bits_of(table_->ready(watches_[i].fd));
+        const unsigned bits = bits_of(table_->ready(table_->number_of(watches_[i].fd)));
         if (bits == 0)
             continue;
         results[made] = records_[i];

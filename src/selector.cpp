@@ -48,6 +48,12 @@ struct selector::interest_set {
     void clear() { members.fd_count = interest = 0; }
 };
 
+// A slot's descriptor (-1: none), and its number in the watch table.
+struct selector::slot {
+    int fd;
+    int watched;
+};
+
 namespace {
 
 constexpr int set_count = 3; // read, write, exception: ORDER events
@@ -82,23 +88,23 @@ int selector::expand(unsigned capacity)
     const unsigned before = objects_.capacity();
     if (capacity <= before)
         return 0;
-    int* const descriptors = capacity <= 0x7FFFFFF ? new (std::nothrow) int[capacity] : nullptr;
+    slot* const slots = capacity <= 0x7FFFFFF ? new (std::nothrow) slot[capacity] : nullptr;
     watch_table* const watch = watch_table::create(capacity, watch_);
     interest_set* const sets = sets_ ? sets_ : new (std::nothrow) interest_set[set_count];
-    if (!descriptors || !watch || !sets || objects_.expand(capacity) < 0) {
-        delete[] descriptors;
+    if (!slots || !watch || !sets || objects_.expand(capacity) < 0) {
+        delete[] slots;
         watch_table::destroy(watch);
         if (!sets_)
             delete[] sets;
         return err::out_of_memory;
     }
-    std::copy_n(descriptors_, before, descriptors);
-    std::fill(descriptors + before, descriptors + capacity, -1);
+    std::copy_n(slots_, before, slots);
+    std::fill(slots + before, slots + capacity, slot { -1, -1 });
     if (!sets_)
         std::for_each(sets, sets + set_count, [](interest_set& s) { s.clear(); });
-    delete[] descriptors_;
+    delete[] slots_;
     watch_table::destroy(watch_);
-    descriptors_ = descriptors;
+    slots_ = slots;
     sets_ = sets;
     watch_ = watch;
     is_changed_ = true;
@@ -113,6 +119,12 @@ void selector::enter(int fd, int events)
     is_changed_ = true;
 }
 
+void selector::take(int index, int fd, int events)
+{
+    slots_[index] = { fd, watch_->number_of(fd) };
+    enter(fd, events);
+}
+
 void selector::take_out(int fd)
 {
     for (int k = 0; k < set_count; ++k)
@@ -125,8 +137,7 @@ int selector::add(fdbase& object, int events)
     const int index = objects_.add(object);
     if (index < 0)
         return index;
-    descriptors_[index] = object.get_fd();
-    enter(descriptors_[index], events);
+    take(index, object.get_fd(), events);
     return index;
 }
 
@@ -135,8 +146,8 @@ int selector::remove(int index)
     const int r = objects_.remove(index);
     if (r < 0)
         return r;
-    take_out(descriptors_[index]);
-    descriptors_[index] = -1;
+    take_out(slots_[index].fd);
+    slots_[index] = { -1, -1 };
     return 0;
 }
 
@@ -144,7 +155,7 @@ int selector::set_events(int index, int events)
 {
     if (!get(index))
         return -1;
-    const int fd = descriptors_[index];
+    const int fd = slots_[index].fd;
     for (int k = 0; fd >= 0 && k < set_count; ++k) {
         const bool is_member = sets_[k].find(fd) >= 0;
         const bool is_wanted = events >> k & 1;
@@ -160,10 +171,10 @@ int selector::set_events(int index, int events)
 void selector::clear()
 {
     objects_.clear();
-    delete[] descriptors_;
+    delete[] slots_;
     delete[] sets_;
     watch_table::destroy(watch_);
-    descriptors_ = nullptr;
+    slots_ = nullptr;
     sets_ = nullptr;
     watch_ = nullptr;
     sys_socket_close(waker_);
@@ -188,6 +199,8 @@ void selector::rebuild_watch()
     for (int k = 0; k < set_count; ++k)
         for (unsigned i = 0; i < sets_[k].members.fd_count; ++i)
             watch_->enter(static_cast<int>(sets_[k].members.fd_array[i]), 1 << k);
+    for (unsigned i = 0; i < capacity(); ++i)
+        slots_[i].watched = watch_->number_of(slots_[i].fd);
     is_changed_ = false;
 }
 
@@ -218,11 +231,12 @@ int selector::wait(const timeval* limit)
 void selector::dispatch(int n)
 {
     int (fdbase::*const handlers[set_count])() = { &fdbase::do_read, &fdbase::do_write, &fdbase::do_error };
+    const int ready = watch_ ? watch_->ready_of_all() : 0;
     for (int k = 0; k < set_count; ++k) {
-        int calls = 0;
+        int calls = ready >> k & 1 ? 0 : n;
         for (unsigned i = 0; i < capacity() && calls < n; ++i) {
             fdbase* const object = get(static_cast<int>(i));
-            if (!object || !(watch_->ready(descriptors_[i]) >> k & 1))
+            if (!object || !(watch_->ready(slots_[i].watched) >> k & 1))
                 continue;
             ++calls;
             (object->*handlers[k])();
@@ -235,7 +249,7 @@ void selector::refresh()
     for (int k = 0; sets_ && k < set_count; ++k)
         sets_[k].clear();
     for (unsigned i = 0; i < capacity(); ++i) {
-        descriptors_[i] = -1;
+        slots_[i] = { -1, -1 };
         fdbase* const object = get(static_cast<int>(i));
         if (!object)
             continue;
@@ -243,8 +257,7 @@ void selector::refresh()
         const int fd = object->get_events(events);
         if (fd < 0)
             continue;
-        enter(fd, events);
-        descriptors_[i] = fd;
+        take(static_cast<int>(i), fd, events);
     }
     is_changed_ = true;
 }

@@ -73,8 +73,10 @@ int watch_table::events_of(short conditions)
     return events;
 }
 
-int watch_table::ready(int fd) const
+int watch_table::ready_of_all() const
 {
-    const int number = numbers_.find(fd);
-    return number < 0 ? 0 : events_of(records_[number].ready);
+    int conditions = 0;
+    for (const sys_poll_record* r = records_; r < records_ + count_; ++r)
+        conditions |= r->ready;
+    return events_of(static_cast<short>(conditions));
 }

@@ -34,9 +34,13 @@ public:
     unsigned count() const { return count_; }
     /// Waits; the result is that of sys_poll.
     int wait(const timeval* limit, unsigned waker);
+    /// The number of a descriptor until the next `clear`, -1 for one that is not watched.
+    int number_of(int fd) const { return numbers_.find(fd); }
     /// The event bits that a descriptor was ready for at the last successful wait, whoever asked for them;
-    /// 0 for one that is not watched.
-    int ready(int fd) const;
+    /// 0 for the number -1.
+    int ready(int number) const { return number < 0 ? 0 : events_of(records_[number].ready); }
+    /// The event bits that any descriptor was ready for then.
+    int ready_of_all() const;
 
 private:
     watch_table() = default;

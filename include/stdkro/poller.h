@@ -136,8 +136,10 @@ public:
 
 private:
     struct interest_set;
+    struct slot;
 
     void enter(int fd, int events);
+    void take(int index, int fd, int events);
     void take_out(int fd);
     bool has_interest() const;
     void rebuild_watch();
@@ -148,7 +150,7 @@ private:
     poll_callback after_ = nullptr;
     void* after_argument_ = nullptr;
     fdset objects_;
-    int* descriptors_ = nullptr;
+    slot* slots_ = nullptr;
     interest_set* sets_ = nullptr;
     exec_object* exec_ = nullptr;
     watch_table* watch_ = nullptr;
