@@ -148,6 +148,7 @@ const reading sound_documents[] = {
     { "<a b=\"&lt;&gt;&amp;&apos;&quot;\"/>", "( @b=<>&'\" <a b=<>&'\" 4> )" },
     { "<a>x&amp;y&amp;z</a>", "( <a 'x&y&z' 4> )" },
     { "<a>&amp;lt;</a>", "( <a '&lt;' 4> )" },
+    { "<a>x\n&amp;y\nz</a>", "( <a 'x\\n&y\\nz' 4> )" }, // one run
     { "<a>&#65;&#10;&#9;</a>", "( <a 'A\\n\\x09' 4> )" },
     { "<a>&#x41;&#x6a;&#x6A;&#xff;</a>", "( <a 'Ajj\\xff' 4> )" },
     { "<a>&#065;&#010;&#00a;</a>", "( <a 'e\\x10\\n' 4> )" }, // a leading zero: hexadecimal
@@ -218,6 +219,7 @@ const reading broken_documents[] = {
     { "<a b==\"1\"/>", "( 80020005" },
     { "<a b=\"1/>", "( 80020005" },
     { "<a b=\"1\n\"/>", "( 80020005" },
+    { "<a b=\"&amp;\n\"/>", "( 80020005" },
     { "<a b=\"1\xff\"/>", "( 80020005" },
     { "<a b=\"1\" c=\"2/>", "( @b=1 80020005" },
     { "<a b=\"1\" ,/>", "( @b=1 80020005" },
@@ -442,6 +444,7 @@ TEST(xml_reader, keeps_the_line_of_the_last_failure_and_prints_it_nowhere)
         const char* error;
     } cases[] = {
         { "<a>&nbsp;", 1, "line(1): error(0x80020006): invalid escape character sequences: nbsp\n" },
+        { "<a>&lt;\n\n&nbsp;", 3, "line(3): error(0x80020006): invalid escape character sequences: nbsp\n" },
         { "<a>\n\n&nbsp;", 3, "line(3): error(0x80020006): invalid escape character sequences: nbsp\n" },
         { "<!--\n--><?p\na=\"\"\n?>\n<a\nb=\n\"\">\n<![CDATA[\n]]>&x;", 9,
           "line(9): error(0x80020006): invalid escape character sequences: x\n" },

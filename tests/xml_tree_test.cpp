@@ -177,6 +177,34 @@ TEST(xml_tree, a_builder_needs_a_target)
     EXPECT_EQ("('t')", dump(target));
 }
 
+TEST(xml_tree, a_builder_keeps_the_node_of_each_level_in_its_pointer)
+{
+    struct watching : xml_node_handler {
+        using xml_node_handler::xml_node_handler;
+        int onBeginNode(const share_str& name, attributes& attrs) override
+        {
+            const int r = xml_node_handler::onBeginNode(name, attrs);
+            pointers.push_back(get_reader()->get_parent_para());
+            pointers.push_back(get_reader()->get_para());
+            return r;
+        }
+        int onComment(const share_str& text) override
+        {
+            pointers.push_back(get_reader()->get_para());
+            return xml_node_handler::onComment(text);
+        }
+        std::vector<void*> pointers;
+    };
+    xml_node target("", XML_DOCUMENT);
+    watching handler(&target, false, true);
+    xml_reader in;
+    in.load_string("<!--c--><a><b/><!--d--></a><!--e-->");
+    ASSERT_EQ(0, in.read_doc(&handler));
+    xml_node* const a = target.find_dir("a");
+    xml_node* const b = target.find_dir("a/b");
+    EXPECT_EQ((std::vector<void*> { &target, &target, a, a, b, a, &target }), handler.pointers);
+}
+
 TEST(xml_tree, a_builder_can_be_copied)
 {
     xml_node first("f", XML_DOCUMENT), second("s", XML_DOCUMENT);

@@ -28,6 +28,7 @@ bool has_sockets = true;
 bool can_send = true;
 int opened_sockets = 0;
 int sends = 0;
+sockaddr_in sent_to;
 const char* configuration = nullptr; // what is opened in place of the system's file
 string opened_files;                 // "[PATH MODE]" of each
 
@@ -55,6 +56,7 @@ int __real_sys_socket_send_to(unsigned h, const void* bytes, unsigned n, const s
 int __wrap_sys_socket_send_to(unsigned h, const void* bytes, unsigned n, const sockaddr_in* to)
 {
     ++sends;
+    sent_to = *to;
     return can_send ? __real_sys_socket_send_to(h, bytes, n, to) : -1;
 }
 
@@ -171,6 +173,25 @@ TEST_F(sinks_beneath, a_line_is_one_send_also_when_it_fails)
     EXPECT_TRUE(sink.is_valid());
     sink.write(nullptr);
     EXPECT_EQ(2, sends);
+}
+
+TEST_F(sinks_beneath, the_target_is_an_ip_address_and_a_port_in_network_order)
+{
+    udp_writer named("127.1.2.3", 0x1234);
+    named.write("x");
+    const unsigned char expected[] = { 0x12, 0x34, 127, 1, 2, 3 };
+    EXPECT_EQ(2, sent_to.sin_family);
+    EXPECT_EQ(0, std::memcmp(expected, &sent_to.sin_port, 2));
+    EXPECT_EQ(0, std::memcmp(expected + 2, &sent_to.sin_addr, 4));
+    udp_writer usual;
+    usual.write("x");
+    const unsigned char usual_target[] = { 7906 >> 8, 7906 & 255, 127, 0, 0, 1 };
+    EXPECT_EQ(0, std::memcmp(usual_target, &sent_to.sin_port, 2));
+    EXPECT_EQ(0, std::memcmp(usual_target + 2, &sent_to.sin_addr, 4));
+    // What is no address is all ones, as inet_addr has it.
+    udp_writer nowhere("not an address", 1);
+    nowhere.write("x");
+    EXPECT_EQ(0, std::memcmp("\xff\xff\xff\xff", &sent_to.sin_addr, 4));
 }
 
 TEST_F(sinks_beneath, default_sinks_open_in_the_order_console_udp_file)
