@@ -1,0 +1,423 @@
+// Children, memory and names when single system calls fail or are interrupted: what the
+// POSIX side of the door gives back then.
+#include <stdkro/process.h>
+#include <stdkro/xcpt.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// Makes the n-th of the calls below fail, for every n. What a child on its way to its
+// program does counts too: its memory is ours, or a copy under ThreadSanitizer, so
+// what is counted stands in shared memory.
+class call_failure {
+public:
+    /// False when the last run met no failure.
+    bool next()
+    {
+        if (nth_ > 0 && !happened())
+            return false;
+        ++nth_;
+        struck().name = nullptr;
+        return true;
+    }
+    void arm() { struck().left = nth_; }
+    void disarm() { struck().left = 0; }
+    bool happened() const { return struck().name != nullptr; }
+    const char* name() const { return happened() ? struck().name : "nothing"; }
+    ~call_failure() { disarm(); }
+
+    static bool strikes(const char* name)
+    {
+        if (struck().left == 0 || --struck().left > 0)
+            return false;
+        struck().name = name;
+        errno = ENFILE;
+        return true;
+    }
+
+private:
+    struct counted {
+        int left;
+        const char* name;
+    };
+    static counted& struck()
+    {
+        static counted* const shared = static_cast<counted*>(
+            ::mmap64(nullptr, sizeof(counted), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        return *shared;
+    }
+
+    int nth_ = 0;
+};
+
+// How many of the next waits end by an interruption.
+int interruptions = 0;
+
+bool is_interrupted()
+{
+    if (interruptions == 0)
+        return false;
+    --interruptions;
+    errno = EINTR;
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_pipe2(int* ends, int flags);
+int __wrap_pipe2(int* ends, int flags) { return call_failure::strikes("pipe2") ? -1 : __real_pipe2(ends, flags); }
+
+std::FILE* __real_fdopen(int fd, const char* mode);
+std::FILE* __wrap_fdopen(int fd, const char* mode)
+{
+    return call_failure::strikes("fdopen") ? nullptr : __real_fdopen(fd, mode);
+}
+
+std::FILE* __real_fopencookie(void* cookie, const char* mode, cookie_io_functions_t functions);
+std::FILE* __wrap_fopencookie(void* cookie, const char* mode, cookie_io_functions_t functions)
+{
+    return call_failure::strikes("fopencookie") ? nullptr : __real_fopencookie(cookie, mode, functions);
+}
+
+using actions = posix_spawn_file_actions_t;
+
+int __real_posix_spawn(pid_t* id, const char* path, const actions* a, const posix_spawnattr_t* b, char* const* words,
+                       char* const* environment);
+int __wrap_posix_spawn(pid_t* id, const char* path, const actions* a, const posix_spawnattr_t* b, char* const* words,
+                       char* const* environment)
+{
+    return call_failure::strikes("posix_spawn") ? ENFILE : __real_posix_spawn(id, path, a, b, words, environment);
+}
+
+int __real_posix_spawn_file_actions_init(actions* a);
+int __wrap_posix_spawn_file_actions_init(actions* a)
+{
+    const int r = __real_posix_spawn_file_actions_init(a);
+    return call_failure::strikes("file_actions_init") ? ENFILE : r;
+}
+
+int __real_posix_spawn_file_actions_addchdir_np(actions* a, const char* path);
+int __wrap_posix_spawn_file_actions_addchdir_np(actions* a, const char* path)
+{
+    return call_failure::strikes("addchdir") ? ENFILE : __real_posix_spawn_file_actions_addchdir_np(a, path);
+}
+
+int __real_posix_spawn_file_actions_adddup2(actions* a, int from, int to);
+int __wrap_posix_spawn_file_actions_adddup2(actions* a, int from, int to)
+{
+    return call_failure::strikes("adddup2") ? ENFILE : __real_posix_spawn_file_actions_adddup2(a, from, to);
+}
+
+int __real_posix_spawn_file_actions_addclosefrom_np(actions* a, int from);
+int __wrap_posix_spawn_file_actions_addclosefrom_np(actions* a, int from)
+{
+    return call_failure::strikes("addclosefrom") ? ENFILE : __real_posix_spawn_file_actions_addclosefrom_np(a, from);
+}
+
+int __real_dup2(int from, int to);
+int __wrap_dup2(int from, int to) { return call_failure::strikes("dup2") ? -1 : __real_dup2(from, to); }
+
+int __real_dup3(int from, int to, int flags);
+int __wrap_dup3(int from, int to, int flags) { return call_failure::strikes("dup3") ? -1 : __real_dup3(from, to, flags); }
+
+int __real_chdir(const char* path);
+int __wrap_chdir(const char* path) { return call_failure::strikes("chdir") ? -1 : __real_chdir(path); }
+
+long __real_ptrace(enum __ptrace_request request, ...);
+long __wrap_ptrace(enum __ptrace_request request, ...)
+{
+    va_list list;
+    va_start(list, request);
+    const pid_t id = va_arg(list, pid_t);
+    void* const address = va_arg(list, void*);
+    void* const data = va_arg(list, void*);
+    va_end(list);
+    // Once it is traced the child must be let go.
+    if (request == PTRACE_TRACEME && call_failure::strikes("ptrace"))
+        return -1;
+    return __real_ptrace(request, id, address, data);
+}
+
+pid_t __real_waitpid(pid_t id, int* status, int options);
+pid_t __wrap_waitpid(pid_t id, int* status, int options)
+{
+    return is_interrupted() ? -1 : __real_waitpid(id, status, options);
+}
+
+int __real_waitid(idtype_t kind, id_t id, siginfo_t* info, int options);
+int __wrap_waitid(idtype_t kind, id_t id, siginfo_t* info, int options)
+{
+    // A question that does not wait is not interrupted.
+    return !(options & WNOHANG) && is_interrupted() ? -1 : __real_waitid(kind, id, info, options);
+}
+
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...)
+{
+    va_list list;
+    va_start(list, flags);
+    const mode_t mode = va_arg(list, mode_t);
+    va_end(list);
+    return call_failure::strikes("open") ? -1 : __real_open(path, flags, mode);
+}
+
+void* __real_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset);
+void* __wrap_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset)
+{
+    return call_failure::strikes("mmap") ? MAP_FAILED : __real_mmap(address, size, protection, flags, fd, offset);
+}
+
+int __real_ftruncate(int fd, off_t size);
+int __wrap_ftruncate(int fd, off_t size) { return call_failure::strikes("ftruncate") ? -1 : __real_ftruncate(fd, size); }
+
+int __real_posix_fallocate(int fd, off_t from, off_t size);
+int __wrap_posix_fallocate(int fd, off_t from, off_t size)
+{
+    return call_failure::strikes("posix_fallocate") ? ENOSPC : __real_posix_fallocate(fd, from, size);
+}
+
+int __real_memfd_create(const char* name, unsigned flags);
+int __wrap_memfd_create(const char* name, unsigned flags)
+{
+    return call_failure::strikes("memfd_create") ? -1 : __real_memfd_create(name, flags);
+}
+}
+
+namespace {
+
+int open_descriptors()
+{
+    int n = 0;
+    for (int fd = 0; fd < 256; ++fd)
+        n += fcntl(fd, F_GETFD) >= 0;
+    return n;
+}
+
+bool has_children() { return __real_waitpid(-1, nullptr, WNOHANG) >= 0; }
+
+std::string read_all(std::FILE* f)
+{
+    std::string text;
+    for (int c; (c = std::fgetc(f)) != EOF;)
+        text += static_cast<char>(c);
+    return text;
+}
+
+std::string output_of(const char* application, const char* line, bool suspended)
+{
+    process p;
+    std::FILE* out = p.start(application, nullptr, line, "r", suspended);
+    if (!out)
+        return "not started";
+    p.resume();
+    const std::string text = read_all(out);
+    std::fclose(out);
+    p.wait_done();
+    return text;
+}
+
+// ---- children ----------------------------------------------------------------------
+
+TEST(a_start_without_means, gives_nothing_and_leaves_nothing)
+{
+    static const struct { const char* mode; bool suspended; const char* last; } cases[] = {
+        { nullptr, false, "posix_spawn" },
+        { nullptr, true, "ptrace" },
+        { "r", false, "posix_spawn" },
+        { "w", false, "posix_spawn" },
+        { "r", true, "ptrace" },
+        { "w", true, "ptrace" },
+    };
+    for (const auto& c : cases) {
+        const int before = open_descriptors();
+        std::string last;
+        for (call_failure failure; failure.next();) {
+            SCOPED_TRACE(testing::Message() << (c.mode ? c.mode : "no pipe") << c.suspended << ' ' << failure.name());
+            process p;
+            std::FILE* stream = nullptr;
+            failure.arm();
+            const bool started = c.mode
+                ? (stream = p.start("/bin/true", "/", "true", c.mode, c.suspended)) != nullptr
+                : p.start("/bin/true", "/", "true", c.suspended) == 1;
+            failure.disarm();
+            EXPECT_EQ(started, !failure.happened());
+            EXPECT_EQ(p.is_valid(), started);
+            if (failure.happened()) {
+                last = failure.name();
+                EXPECT_EQ(last_system_error(), ENFILE) << last;
+                EXPECT_FALSE(has_children()) << last;
+            } else {
+                p.resume();
+                if (stream)
+                    std::fclose(stream);
+                EXPECT_EQ(p.wait_done(), 0);
+            }
+            EXPECT_EQ(open_descriptors(), before) << failure.name();
+        }
+        EXPECT_EQ(last, c.last) << "the last call that can fail";
+    }
+}
+
+TEST(a_child, that_a_signal_ended_reports_minus_one)
+{
+    process p;
+    ASSERT_EQ(p.start("/bin/sh", nullptr, "sh -c \"kill -KILL $$\""), 1);
+    EXPECT_EQ(p.wait_done(), -1);
+    ASSERT_EQ(p.start("/bin/sleep", nullptr, "sleep 1000"), 1);
+    int exit_code = 7;
+    EXPECT_FALSE(p.is_done(&exit_code));
+    kill(p.get_id(), SIGTERM);
+    while (!p.is_done(&exit_code))
+        usleep(1000);
+    EXPECT_EQ(exit_code, -1);
+    EXPECT_FALSE(p.is_valid());
+    EXPECT_FALSE(has_children());
+}
+
+TEST(a_child, that_is_killed_while_it_is_suspended_reports_minus_one)
+{
+    for (const bool from_the_start : { true, false }) {
+        process p;
+        ASSERT_EQ(p.start("/bin/sleep", nullptr, "sleep 1000", from_the_start), 1);
+        p.suspend();
+        kill(p.get_id(), SIGKILL);
+        EXPECT_EQ(p.wait_done(), -1);
+    }
+    EXPECT_FALSE(has_children());
+}
+
+TEST(a_child, gets_the_same_signals_started_suspended_or_not)
+{
+    sigset_t some, before;
+    sigemptyset(&some);
+    sigaddset(&some, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &some, &before);
+    const char line[] = "grep -E ^Sig(Blk|Cgt) /proc/self/status";
+    const std::string plain = output_of("/bin/grep", line, false);
+    const std::string suspended = output_of("/bin/grep", line, true);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    EXPECT_NE(plain.find("SigBlk:\t0000000000000200"), std::string::npos) << plain;
+    EXPECT_EQ(plain, suspended);
+}
+
+TEST(a_wait_for_a_child, goes_on_after_an_interruption)
+{
+    process p;
+    ASSERT_EQ(p.start("/bin/true", nullptr, "true"), 1);
+    interruptions = 3;
+    EXPECT_EQ(p.wait_done(), 0);
+    interruptions = 5;
+    ASSERT_EQ(p.start("/bin/sh", nullptr, "sh -c \"exit 5\"", true), 1);
+    EXPECT_EQ(interruptions, 0);
+    interruptions = 2;
+    p.suspend();
+    p.resume();
+    EXPECT_FALSE(p.is_done()) << "still suspended once";
+    p.resume();
+    EXPECT_EQ(p.wait_done(), 5);
+    ASSERT_EQ(p.start("/bin/sleep", nullptr, "sleep 1000"), 1);
+    interruptions = 2;
+    EXPECT_EQ(p.terminate(), 1);
+    interruptions = 0;
+    EXPECT_FALSE(has_children());
+}
+
+TEST(a_child, of_a_program_that_wants_no_children_cannot_be_asked)
+{
+    // The system reaps them itself then.
+    const auto before = std::signal(SIGCHLD, SIG_IGN);
+    process p;
+    ASSERT_EQ(p.start("/bin/sh", nullptr, "sh -c \"exit 5\""), 1);
+    EXPECT_EQ(p.wait_done(), -1);
+    EXPECT_FALSE(p.is_valid());
+    std::signal(SIGCHLD, before);
+}
+
+TEST(a_writer_of_a_pipe, leaves_the_signals_of_its_thread_alone)
+{
+    sigset_t before, after, waiting;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    process p;
+    std::FILE* in = p.start("/bin/true", nullptr, "true", "w", false);
+    ASSERT_NE(in, nullptr);
+    EXPECT_EQ(p.wait_done(), 0);
+    const std::string text(1 << 20, 'x');
+    EXPECT_FALSE(std::fwrite(text.data(), 1, text.size(), in) == text.size() && std::fflush(in) == 0);
+    std::fclose(in);
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    sigpending(&waiting);
+    EXPECT_EQ(sigismember(&after, SIGPIPE), sigismember(&before, SIGPIPE));
+    EXPECT_EQ(sigismember(&waiting, SIGPIPE), 0);
+}
+
+// ---- memory ------------------------------------------------------------------------
+
+TEST(memory_without_means, is_not_made_and_leaves_nothing)
+{
+    for (const char* name : { "", "stdkro test posix memory" }) {
+        const int before = open_descriptors();
+        int failures = 0;
+        for (call_failure failure; failure.next();) {
+            sharemem m;
+            failure.arm();
+            const int r = m.create(name, 100000, sharemem::page_readwrite);
+            failure.disarm();
+            EXPECT_EQ(r, failure.happened() ? err::file_system : 0) << failure.name();
+            if (failure.happened()) {
+                ++failures;
+                EXPECT_NE(last_system_error(), 0);
+                EXPECT_EQ(open_descriptors(), before) << failure.name();
+                sharemem other;
+                EXPECT_EQ(other.open("stdkro test posix memory", sharemem::map_read), err::file_system)
+                    << failure.name() << ": no half-made name";
+            }
+        }
+        EXPECT_EQ(failures, *name ? 4 : 2) << name;
+        EXPECT_EQ(open_descriptors(), before);
+    }
+}
+
+TEST(memory_without_means, is_not_mapped_or_joined)
+{
+    sharemem m;
+    ASSERT_EQ(m.create("stdkro test posix join", 100000, sharemem::page_readwrite), 0);
+    const int before = open_descriptors();
+    for (call_failure failure; failure.next();) {
+        sharemem other;
+        failure.arm();
+        const int r = other.open("stdkro test posix join", sharemem::map_read);
+        failure.disarm();
+        EXPECT_EQ(r, failure.happened() ? err::file_system : 0) << failure.name();
+        if (failure.happened()) {
+            EXPECT_EQ(open_descriptors(), before) << failure.name();
+        }
+    }
+    for (call_failure failure; failure.next();) {
+        failure.arm();
+        void* view = m.attach(0, 100, sharemem::map_write);
+        failure.disarm();
+        EXPECT_EQ(view == nullptr, failure.happened());
+        EXPECT_EQ(m.detach(view), view != nullptr);
+    }
+    sharemem again;
+    EXPECT_EQ(again.open("stdkro test posix join", sharemem::map_read), 0) << "which took no harm";
+}
+
+} // namespace
