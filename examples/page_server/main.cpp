@@ -1,8 +1,8 @@
 // A page server: HTTP/1.1 on 127.0.0.1, each route a script of the library's template language.
 //
 //     page_server --config site/page_server.ini         (docs/page_server.md tells the rest)
-#include "server.h"
-
+#include "admin_client.h"
+#include "http_client.h"
 #include <stdkro/option.h>
 #include <csignal>
 #include <cstdio>
@@ -18,6 +18,11 @@ static void on_interrupt(int number)
     std::signal(number, SIG_DFL);
 }
 
+template <class kind> static std::unique_ptr<client> make_client(server& of, unsigned handle, const SockAddr& peer)
+{
+    return std::make_unique<kind>(of, handle, peer);
+}
+
 int main(int argc, char** argv)
 {
     char* config = nullptr;
@@ -26,10 +31,8 @@ int main(int argc, char** argv)
     options.add("config", 'c', &config);
     options.add("port", 'p', &port);
     options.add("admin", 'a', &admin_port);
-    if (options.read_argv(argc - 1, argv + 1, nullptr) < 0 || !config) {
-        std::fprintf(stderr, "usage: page_server --config FILE [--port N] [--admin N]\n");
-        return 2;
-    }
+    if (options.read_argv(argc - 1, argv + 1, nullptr) < 0 || !config)
+        return std::fprintf(stderr, "usage: page_server --config FILE [--port N] [--admin N]\n"), 2;
     start_sockets();
     std::signal(SIGINT, on_interrupt);
     std::signal(SIGTERM, on_interrupt);
@@ -40,12 +43,14 @@ int main(int argc, char** argv)
         from.fault = "[log]";
         r = log.open(from);
     }
-    if (r < 0) {
-        logger::print(lv_error, "%s: %s\n", from.fault.c_str(), get_err_info(r));
-        return 1;
-    }
+    if (r < 0)
+        return logger::print(lv_error, "%s: %s\n", from.fault.c_str(), get_err_info(r)), 1;
     from.port = port >= 0 ? port : from.port;
     from.admin_port = admin_port >= 0 ? admin_port : from.admin_port;
-    server pages(from, log);
-    return pages.open() >= 0 && pages.run(is_interrupted) >= 0 ? 0 : 1;
+    server pages(from, log, make_client<http_client>, make_client<admin_client>);
+    if (pages.open() < 0)
+        return 1;
+    std::printf("http 127.0.0.1:%d\nadmin 127.0.0.1:%d\n", from.port, from.admin_port);
+    std::fflush(stdout);
+    return pages.run(is_interrupted) < 0;
 }
