@@ -139,11 +139,9 @@ int epoller::wait(const timeval* limit)
     // KEEP: what is below a second passes as so many microseconds, not milliseconds; programs are
     // tuned to the shorter waits.
     const loop_time time(limit, one_microsecond);
-    if (before_)
-        before_(before_argument_);
+    call_before();
     const int n = ep_wait(list_, results_, capacity(), time.limit());
-    if (after_)
-        after_(after_argument_);
+    call_after();
     if (n > 0)
         dispatch(n);
     return n;
@@ -164,8 +162,7 @@ void epoller::serve(const ready_record& record)
         return;
     if (!is_current(record) || ((record.events & (EP_ERR | hang_up_bit)) && object->do_error() < 0))
         return;
-    if (exec_)
-        exec_->exec();
+    call_exec();
 }
 
 // Handlers may change everything: each step looks at the present arrays, and works on a copy of its
@@ -191,15 +188,3 @@ void epoller::refresh()
 }
 
 int epoller::wake() { return ep_wake(list_); }
-
-void epoller::set_before_poll_cb(poll_callback callback, void* argument)
-{
-    before_ = callback;
-    before_argument_ = argument;
-}
-
-void epoller::set_after_poll_cb(poll_callback callback, void* argument)
-{
-    after_ = callback;
-    after_argument_ = argument;
-}

@@ -1,4 +1,4 @@
-// The table of served objects, and their default handlers.
+// The table of served objects and their default handlers, and what loops call besides them.
 //
 // One array holds the objects by slot, the other the free slots: entries from the number
 // of used slots on, the next one to hand out first. Taking and giving back a
@@ -115,4 +115,34 @@ void fdset::set(int index, fdbase* object)
 {
     if (is_index(index))
         slots_[index] = object;
+}
+
+void poll_hooks::set_before_poll_cb(poll_callback callback, void* argument)
+{
+    before_ = callback;
+    before_argument_ = argument;
+}
+
+void poll_hooks::set_after_poll_cb(poll_callback callback, void* argument)
+{
+    after_ = callback;
+    after_argument_ = argument;
+}
+
+void poll_hooks::call_before() const
+{
+    if (before_)
+        before_(before_argument_);
+}
+
+void poll_hooks::call_after() const
+{
+    if (after_)
+        after_(after_argument_);
+}
+
+void poll_hooks::call_exec() const
+{
+    if (exec_)
+        exec_->exec();
 }

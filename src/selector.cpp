@@ -211,16 +211,14 @@ int selector::wait(const timeval* limit)
     const bool is_watching = has_interest();
     if (is_watching && is_changed_)
         rebuild_watch();
-    if (before_)
-        before_(before_argument_);
+    call_before();
     int n = 0;
     if (is_watching && watch_) {
         n = watch_->wait(limit, waker_);
     } else {
         sys_waker_sleep(waker_, limit ? limit : &pause_of_empty);
     }
-    if (after_)
-        after_(after_argument_);
+    call_after();
     if (n > 0)
         dispatch(n);
     return n;
@@ -263,15 +261,3 @@ void selector::refresh()
 }
 
 int selector::wake() { return sys_waker_wake(waker_); }
-
-void selector::set_before_poll_cb(poll_callback callback, void* argument)
-{
-    before_ = callback;
-    before_argument_ = argument;
-}
-
-void selector::set_after_poll_cb(poll_callback callback, void* argument)
-{
-    after_ = callback;
-    after_argument_ = argument;
-}

@@ -67,6 +67,13 @@ struct socket_pair {
         here.set_nodelay(true);
         there.set_nodelay(true);
     }
+
+    /// A byte is there to be read `here`.
+    void make_readable()
+    {
+        EXPECT_EQ(1, there.send("x", 1));
+        EXPECT_EQ(0, here.select(1, nullptr));
+    }
 };
 
 #endif

@@ -55,6 +55,14 @@ struct client : fdbase {
 const timeval at_once = { 0, 0 };
 const timeval long_time = { 20, 0 };
 
+/// What one wait returns and calls.
+template <class loop> std::string served(loop& l, const timeval* limit)
+{
+    calls.clear();
+    const int n = l.wait(limit);
+    return std::to_string(n) + ": " + calls;
+}
+
 double seconds_of(const std::function<void()>& run)
 {
     const auto begin = clock_type::now();
@@ -204,23 +212,14 @@ TYPED_TEST(common, calls_what_is_ready)
     loop.add(a, EV_READ);
     loop.add(b, EV_READ);
     loop.add(c, EV_WRITE);
-    calls.clear();
-    EXPECT_EQ(1, loop.wait(&at_once));
-    EXPECT_EQ("c:write ", calls);
+    EXPECT_EQ("1: c:write ", served(loop, &at_once));
     EXPECT_EQ(0, loop.set_events(2, EV_READ));
     EXPECT_EQ(0, loop.wait(&at_once));
-    p[1].there.send("x", 1);
-    p[0].there.send("x", 1);
-    for (auto& pair : p)
-        if (&pair != &p[2])
-            pair.here.select(1, nullptr);
-    calls.clear();
-    EXPECT_EQ(2, loop.wait(nullptr));
-    EXPECT_EQ("a:read b:read ", calls);
+    p[1].make_readable();
+    p[0].make_readable();
+    EXPECT_EQ("2: a:read b:read ", served(loop, nullptr));
     EXPECT_EQ(0, loop.remove(0));
-    calls.clear();
-    EXPECT_EQ(1, loop.wait(nullptr));
-    EXPECT_EQ("b:read ", calls);
+    EXPECT_EQ("1: b:read ", served(loop, nullptr));
 }
 
 TYPED_TEST(common, counts_each_condition_of_a_socket)
@@ -229,13 +228,9 @@ TYPED_TEST(common, counts_each_condition_of_a_socket)
     client a("a", p.here);
     TypeParam loop(2);
     loop.add(a, EV_READ | EV_WRITE);
-    p.there.send("x", 1);
-    p.here.select(1, nullptr);
-    calls.clear();
-    const int n = loop.wait(nullptr);
-    EXPECT_EQ("a:read a:write ", calls);
+    p.make_readable();
     const bool counts_records = std::is_same<TypeParam, epoller>::value;
-    EXPECT_EQ(counts_records ? 1 : 2, n);
+    EXPECT_EQ(counts_records ? "1: a:read a:write " : "2: a:read a:write ", served(loop, nullptr));
 }
 
 TYPED_TEST(common, waits_for_its_time_limit)
@@ -262,9 +257,7 @@ TYPED_TEST(common, asks_its_objects_again)
     loop.add(a, EV_READ);
     a.events = EV_WRITE;
     loop.refresh();
-    calls.clear();
-    EXPECT_EQ(1, loop.wait(&at_once));
-    EXPECT_EQ("a:write ", calls);
+    EXPECT_EQ("1: a:write ", served(loop, &at_once));
 }
 
 TYPED_TEST(common, lets_handlers_remove_others)
@@ -276,13 +269,9 @@ TYPED_TEST(common, lets_handlers_remove_others)
     loop.add(a, EV_READ);
     const int second = loop.add(b, EV_READ);
     a.on_read = [&] { loop.remove(second); };
-    for (auto& pair : p) {
-        pair.there.send("x", 1);
-        pair.here.select(1, nullptr);
-    }
-    calls.clear();
-    EXPECT_EQ(2, loop.wait(nullptr));
-    EXPECT_EQ("a:read ", calls);
+    for (auto& pair : p)
+        pair.make_readable();
+    EXPECT_EQ("2: a:read ", served(loop, nullptr));
 }
 
 TYPED_TEST(common, lets_handlers_add_grow_and_empty)
@@ -291,10 +280,8 @@ TYPED_TEST(common, lets_handlers_add_grow_and_empty)
     client a("a", p[0].here);
     client b("b", p[1].here);
     client c("c", p[2].here);
-    for (auto& pair : p) {
-        pair.there.send("x", 1);
-        pair.here.select(1, nullptr);
-    }
+    for (auto& pair : p)
+        pair.make_readable();
     {
         TypeParam loop(2);
         loop.add(a, EV_READ);
@@ -303,18 +290,14 @@ TYPED_TEST(common, lets_handlers_add_grow_and_empty)
             loop.expand(100);
             EXPECT_EQ(2, loop.add(c, EV_READ));
         };
-        calls.clear();
-        EXPECT_EQ(2, loop.wait(nullptr));
-        EXPECT_EQ("a:read b:read ", calls);
+        EXPECT_EQ("2: a:read b:read ", served(loop, nullptr));
     }
     {
         TypeParam loop(2);
         loop.add(a, EV_READ);
         loop.add(b, EV_READ);
         a.on_read = [&] { loop.clear(); };
-        calls.clear();
-        EXPECT_EQ(2, loop.wait(nullptr));
-        EXPECT_EQ("a:read ", calls);
+        EXPECT_EQ("2: a:read ", served(loop, nullptr));
         EXPECT_EQ(0u, loop.count());
     }
 }
@@ -329,8 +312,7 @@ TYPED_TEST(common, fails_when_a_watched_socket_is_closed)
     loop.add(a, EV_READ);
     loop.add(b, EV_READ);
     EXPECT_EQ(0, loop.wait(&at_once));
-    q.there.send("x", 1);
-    q.here.select(1, nullptr);
+    q.make_readable();
     Socket(p.here.get_socket()).close();
     EXPECT_LT(loop.wait(nullptr), 0);
     p.here.detach();
@@ -344,12 +326,10 @@ TYPED_TEST(common, reports_a_hang_up_to_readers_only)
     const int index = loop.add(a, EV_ERROR);
     p.there.close();
     p.here.select(1, nullptr);
-    calls.clear();
     const timeval limit = { 1, 0 };
-    EXPECT_EQ(0, loop.wait(&limit)) << "nobody asked for it";
+    EXPECT_EQ("0: ", served(loop, &limit)) << "nobody asked for it";
     loop.set_events(index, EV_READ);
-    EXPECT_EQ(1, loop.wait(nullptr));
-    EXPECT_EQ("a:read ", calls);
+    EXPECT_EQ("1: a:read ", served(loop, nullptr));
 }
 
 TYPED_TEST(common, is_woken_from_another_thread)
@@ -398,13 +378,10 @@ TYPED_TEST(common, serves_many_sockets_in_slot_order)
         ASSERT_EQ(i, loop.add(*clients.back(), EV_READ));
     }
     for (int i = 0; i < many; i += 7) {
-        pairs[static_cast<unsigned>(i)]->there.send("x", 1);
-        pairs[static_cast<unsigned>(i)]->here.select(1, nullptr);
+        pairs[static_cast<unsigned>(i)]->make_readable();
         expected += std::to_string(i) + ":read ";
     }
-    calls.clear();
-    EXPECT_EQ(9, loop.wait(nullptr));
-    EXPECT_EQ(expected, calls);
+    EXPECT_EQ("9: " + expected, served(loop, nullptr));
 }
 
 // ---- selector --------------------------------------------------------------------
@@ -453,16 +430,12 @@ TEST(selector, watches_what_its_before_callback_adds_from_the_next_wait_on)
     } l;
     l.loop.add(l.a, EV_WRITE);
     l.loop.set_before_poll_cb(late::add_b, &l);
-    calls.clear();
-    EXPECT_EQ(1, l.loop.wait(&at_once));
-    EXPECT_EQ("a:write ", calls);
+    EXPECT_EQ("1: a:write ", served(l.loop, &at_once));
     EXPECT_EQ(1, l.b_index);
-    EXPECT_EQ(2, l.loop.wait(&at_once));
-    EXPECT_EQ("a:write a:write b:write ", calls);
+    EXPECT_EQ("2: a:write b:write ", served(l.loop, &at_once));
 
     l.loop.set_before_poll_cb(late::empty, &l);
-    EXPECT_EQ(0, l.loop.wait(&at_once)) << "emptied before the wait";
-    EXPECT_EQ("a:write a:write b:write ", calls);
+    EXPECT_EQ("0: ", served(l.loop, &at_once)) << "emptied before the wait";
 }
 
 TEST(selector, makes_three_separate_passes)
@@ -474,13 +447,9 @@ TEST(selector, makes_three_separate_passes)
     selector loop(2);
     loop.add(a, EV_READ | EV_WRITE);
     loop.add(b, EV_READ | EV_WRITE);
-    for (auto& pair : p) {
-        pair.there.send("x", 1);
-        pair.here.select(1, nullptr);
-    }
-    calls.clear();
-    EXPECT_EQ(4, loop.wait(nullptr));
-    EXPECT_EQ("a:read b:read a:write b:write ", calls) << "a negative result changes nothing";
+    for (auto& pair : p)
+        pair.make_readable();
+    EXPECT_EQ("4: a:read b:read a:write b:write ", served(loop, nullptr)) << "a negative result changes nothing";
 }
 
 TEST(selector, only_stores_its_exec_object)
@@ -508,9 +477,7 @@ TEST(selector, takes_a_descriptor_out_for_everybody)
     selector loop(4);
     loop.add(a, EV_WRITE);
     const int second = loop.add(b, EV_WRITE);
-    calls.clear();
-    EXPECT_EQ(1, loop.wait(&at_once)) << "one descriptor";
-    EXPECT_EQ("a:write ", calls) << "a pass ends after n calls";
+    EXPECT_EQ("1: a:write ", served(loop, &at_once)) << "one descriptor: a pass ends after n calls";
     loop.remove(second);
     // The set is empty, but two had asked and one was taken out: the interest stays.
     EXPECT_LT(loop.wait(&at_once), 0);
@@ -540,13 +507,9 @@ TEST(poller, dispatches_every_object_also_with_0)
     loop.add(a, EV_READ);
     loop.add(b, EV_WRITE);
     loop.add(c, EV_READ);
-    calls.clear();
-    EXPECT_EQ(1, loop.wait(nullptr));
-    EXPECT_EQ("a:0 b:2 ", calls) << "an object without a descriptor is passed over";
+    EXPECT_EQ("1: a:0 b:2 ", served(loop, nullptr)) << "an object without a descriptor is passed over";
     loop.set_events(1, EV_READ);
-    calls.clear();
-    EXPECT_EQ(0, loop.wait(&at_once));
-    EXPECT_EQ("", calls);
+    EXPECT_EQ("0: ", served(loop, &at_once));
 }
 
 TEST(poller, with_nothing_to_wait_for_fails_at_once)
@@ -573,9 +536,7 @@ TEST(poller, tells_all_objects_of_one_descriptor)
     poller loop(2);
     loop.add(a, EV_WRITE);
     loop.add(b, EV_READ);
-    calls.clear();
-    EXPECT_EQ(1, loop.wait(nullptr));
-    EXPECT_EQ("a:write b:write ", calls);
+    EXPECT_EQ("1: a:write b:write ", served(loop, nullptr));
 }
 
 TEST(poller, stops_at_a_negative_result)
@@ -585,11 +546,8 @@ TEST(poller, stops_at_a_negative_result)
     a.read_result = -1;
     poller loop(2);
     loop.add(a, EV_READ | EV_WRITE);
-    p.there.send("x", 1);
-    p.here.select(1, nullptr);
-    calls.clear();
-    EXPECT_EQ(2, loop.wait(nullptr));
-    EXPECT_EQ("a:read ", calls);
+    p.make_readable();
+    EXPECT_EQ("2: a:read ", served(loop, nullptr));
 }
 
 TEST(poller, waits_for_fractions_of_a_second)
@@ -651,11 +609,8 @@ TEST(epoller, runs_its_exec_object_behind_every_served_object)
     loop.add(a, EV_WRITE);
     loop.add(b, EV_READ | EV_WRITE);
     b.read_result = -1;
-    p[1].there.send("x", 1);
-    p[1].here.select(1, nullptr);
-    calls.clear();
-    EXPECT_EQ(2, loop.wait(nullptr));
-    EXPECT_EQ("a:write exec b:read ", calls) << "not behind one that failed";
+    p[1].make_readable();
+    EXPECT_EQ("2: a:write exec b:read ", served(loop, nullptr)) << "not behind one that failed";
 }
 
 TEST(epoller, exists_ten_times_at_most)
@@ -681,9 +636,7 @@ TEST(epoller, does_not_watch_what_lies_beyond_its_first_size)
     loop.add(a, EV_WRITE);
     EXPECT_EQ(0, loop.expand(2));
     EXPECT_EQ(1, loop.add(b, EV_WRITE));
-    calls.clear();
-    EXPECT_EQ(1, loop.wait(nullptr));
-    EXPECT_EQ("a:write ", calls);
+    EXPECT_EQ("1: a:write ", served(loop, nullptr));
 }
 
 TEST(epoller, removing_after_closing_leaves_the_others_alone)

@@ -94,12 +94,52 @@ private:
 /// Called before or after a wait with the argument it was set with.
 typedef void (*poll_callback)(void* argument);
 
+/// What every loop has: its objects by index.
+class KRO_API served_objects {
+public:
+    served_objects(const served_objects&) = delete;
+    served_objects& operator=(const served_objects&) = delete;
+
+    /// The object of an index; null for a free slot.
+    fdbase* get(int index) const { return objects_.get(index); }
+    unsigned count() const { return objects_.count(); }
+    unsigned capacity() const { return objects_.capacity(); }
+
+protected:
+    served_objects() = default;
+    ~served_objects() = default;
+
+    fdset objects_;
+};
+
+/// What `selector` and `epoller` call besides their objects.
+class KRO_API poll_hooks {
+public:
+    void set_before_poll_cb(poll_callback callback, void* argument);
+    void set_after_poll_cb(poll_callback callback, void* argument);
+    exec_object* get_exec_object() const { return exec_; }
+    /// `epoller` calls it after every object that was served; `selector` only stores it.
+    void set_exec_object(exec_object* object) { exec_ = object; }
+
+protected:
+    poll_hooks() = default;
+    ~poll_hooks() = default;
+    void call_before() const;
+    void call_after() const;
+    void call_exec() const;
+
+private:
+    poll_callback before_ = nullptr;
+    void* before_argument_ = nullptr;
+    poll_callback after_ = nullptr;
+    void* after_argument_ = nullptr;
+    exec_object* exec_ = nullptr;
+};
+
 /// A loop in the manner of select.
-class KRO_API selector {
+class KRO_API selector : public poll_hooks, public served_objects {
 public:
     explicit selector(unsigned capacity = 1024);
-    selector(const selector&) = delete;
-    selector& operator=(const selector&) = delete;
     ~selector();
 
     /// Starts afresh with room for that many objects. 0 or negative.
@@ -124,15 +164,6 @@ public:
     void refresh();
     /// Ends the present or the next wait; from any thread. 0 or -1.
     int wake();
-    fdbase* get(int index) const { return objects_.get(index); }
-    unsigned count() const { return objects_.count(); }
-    unsigned capacity() const { return objects_.capacity(); }
-
-    void set_before_poll_cb(poll_callback callback, void* argument);
-    void set_after_poll_cb(poll_callback callback, void* argument);
-    exec_object* get_exec_object() const { return exec_; }
-    /// Only stored: this loop does not call it.
-    void set_exec_object(exec_object* object) { exec_ = object; }
 
 private:
     struct interest_set;
@@ -145,25 +176,17 @@ private:
     void rebuild_watch();
     void dispatch(int n);
 
-    poll_callback before_ = nullptr;
-    void* before_argument_ = nullptr;
-    poll_callback after_ = nullptr;
-    void* after_argument_ = nullptr;
-    fdset objects_;
     slot* slots_ = nullptr;
     interest_set* sets_ = nullptr;
-    exec_object* exec_ = nullptr;
     watch_table* watch_ = nullptr;
     unsigned waker_;
     bool is_changed_ = true;
 };
 
 /// A loop in the manner of poll.
-class KRO_API poller {
+class KRO_API poller : public served_objects {
 public:
     explicit poller(unsigned capacity = 1024);
-    poller(const poller&) = delete;
-    poller& operator=(const poller&) = delete;
     ~poller();
 
     /// As the operations of `selector`, with these differences: failures are -1; `wait` with
@@ -179,9 +202,6 @@ public:
     int wait(const timeval* limit);
     void refresh();
     int wake();
-    fdbase* get(int index) const { return objects_.get(index); }
-    unsigned count() const { return objects_.count(); }
-    unsigned capacity() const { return objects_.capacity(); }
 
     /// Called after each wait, before the objects are.
     void setwaitcallback(poll_callback callback, void* argument);
@@ -194,7 +214,6 @@ private:
 
     poll_callback waited_ = nullptr;
     void* waited_argument_ = nullptr;
-    fdset objects_;
     record* records_ = nullptr;
     watch_table* watch_ = nullptr;
     unsigned waker_;
@@ -202,11 +221,9 @@ private:
 };
 
 /// A loop in the manner of epoll. At most 10 exist at a time: `create` fails then.
-class KRO_API epoller {
+class KRO_API epoller : public poll_hooks, public served_objects {
 public:
     explicit epoller(unsigned capacity = 1024);
-    epoller(const epoller&) = delete;
-    epoller& operator=(const epoller&) = delete;
     ~epoller();
 
     /// As the operations of `poller`, with these differences: an object never gets back at
@@ -223,15 +240,6 @@ public:
     int wait(const timeval* limit);
     void refresh();
     int wake();
-    fdbase* get(int index) const { return objects_.get(index); }
-    unsigned count() const { return objects_.count(); }
-    unsigned capacity() const { return objects_.capacity(); }
-
-    void set_before_poll_cb(poll_callback callback, void* argument);
-    void set_after_poll_cb(poll_callback callback, void* argument);
-    exec_object* get_exec_object() const { return exec_; }
-    /// Called after every object that was served.
-    void set_exec_object(exec_object* object) { exec_ = object; }
 
 private:
     struct ready_record;
@@ -241,15 +249,9 @@ private:
     void serve(const ready_record& record);
     void dispatch(int n);
 
-    poll_callback before_ = nullptr;
-    void* before_argument_ = nullptr;
-    poll_callback after_ = nullptr;
-    void* after_argument_ = nullptr;
-    fdset objects_;
     int list_ = -1;
     ready_record* results_ = nullptr;
     shadow* shadows_ = nullptr;
-    exec_object* exec_ = nullptr;
 };
 
 #endif

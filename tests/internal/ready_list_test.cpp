@@ -108,12 +108,6 @@ private:
     bool was_in_table_ = false;
 };
 
-void make_readable(socket_pair& p)
-{
-    p.there.send("x", 1);
-    EXPECT_EQ(0, p.here.select(1, &long_time));
-}
-
 /// An unconnected socket that is always writable.
 struct datagram_socket : Socket {
     datagram_socket() { EXPECT_EQ(0, create(2, 2, 0)); }
@@ -136,7 +130,7 @@ TEST(ready_list, waits_in_the_list_of_the_system_where_there_is_one)
     list.add(p.here, EP_IN, 7);
     EXPECT_EQ("0", list.wait(&at_once));
     EXPECT_EQ(!has_system_lists(), list.was_in_table());
-    make_readable(p);
+    p.make_readable();
     EXPECT_EQ("7:16 ", list.wait(nullptr));
     EXPECT_EQ(!has_system_lists(), list.was_in_table());
     list.control(EP_MODIFY, fd_of(p.here), 0, 7);
@@ -230,7 +224,7 @@ TEST(ready_list, fails_as_long_as_a_closed_descriptor_stands_in_it)
     list.add(p.here, EP_IN, 0);
     list.add(q.here, EP_IN, 1);
     EXPECT_EQ("0", list.wait(&at_once));
-    make_readable(q);
+    q.make_readable();
     const int fd = fd_of(p.here);
     p.here.close();
     EXPECT_EQ("-1", list.wait(nullptr));
@@ -304,7 +298,7 @@ TEST(ready_list, passes_over_a_hang_up_that_nobody_asked_for)
     const timeval limit = { 0, 200000 };
     const double waited = seconds_of([&] { EXPECT_EQ("0", list.wait(&limit)); });
     EXPECT_GE(waited, 0.19) << "the whole time";
-    make_readable(q);
+    q.make_readable();
     EXPECT_EQ("1:16 ", list.wait(nullptr));
     list.control(EP_MODIFY, fd_of(p.here), EP_IN, 0);
     EXPECT_EQ("0:16 1:16 ", list.wait(nullptr));
@@ -540,7 +534,7 @@ TEST(ready_list, is_its_own_in_a_forked_child)
     int status = -1;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
-    make_readable(p);
+    p.make_readable();
     EXPECT_EQ("0:16 ", list.wait(nullptr)) << "the parent's is what it was";
     EXPECT_FALSE(list.was_in_table());
 }
