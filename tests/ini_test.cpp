@@ -438,6 +438,17 @@ TEST(ini_reader, reads_nothing_from_a_reader_without_text)
     EXPECT_EQ("begin end 0", printer.events);
 }
 
+TEST(ini_reader, stands_at_the_end_when_it_is_done)
+{
+    for (const string text : { "a=1\n", "a=1\n \n ", "[s]", " ", ";c" }) {
+        ini_reader in;
+        in.load_string(text.data(), text.data() + text.size(), true);
+        event_printer printer;
+        EXPECT_EQ(0, in.read_ini(&printer));
+        EXPECT_EQ(in.get_size(), in.get_pos()) << text;
+    }
+}
+
 TEST(ini_reader, counts_lines)
 {
     ini_reader in;

@@ -158,6 +158,28 @@ TEST(xml_tree, a_document_is_cleared_before_it_is_read)
     EXPECT_EQ("#(?xml[encoding=x] new)", dump(*doc.all()));
 }
 
+TEST(xml_tree, a_builder_knows_its_reader_which_stands_behind_what_was_read)
+{
+    struct derived : xml_node_handler {
+        using xml_node_handler::xml_node_handler;
+    };
+    xml_node target("", XML_DOCUMENT);
+    xml_node_handler builder(&target, false, false);
+    derived other(&target, false, false);
+    for (xml_node_handler* handler : { &builder, static_cast<xml_node_handler*>(&other) }) {
+        target.add("old", XML_ELEMENT);
+        xml_reader in;
+        in.load_string("<a> t </a> \n");
+        EXPECT_EQ(0, in.read_doc(handler));
+        EXPECT_EQ(&in, handler->get_reader());
+        EXPECT_EQ(in.get_size(), in.get_pos());
+        EXPECT_EQ("#(a('t'))", dump(target)) << "cleared first";
+        in.seek(0);
+        EXPECT_EQ(0, in.read_node(handler));
+        EXPECT_EQ(10u, in.get_pos());
+    }
+}
+
 TEST(xml_tree, a_builder_needs_a_target)
 {
     xml_node_handler handler(nullptr, false, false);
