@@ -91,6 +91,16 @@ TEST(read_argv, stores_values_into_their_targets)
     }
 }
 
+TEST(read_argv, sets_a_flag_to_1_whatever_it_was)
+{
+    settings s;
+    EXPECT_EQ(3, s.read({ "-v", "--verbose", "v" }));
+    EXPECT_EQ(1, s.verbose);
+    s.verbose = -5;
+    EXPECT_EQ(1, s.read({ "/v" }));
+    EXPECT_EQ(1, s.verbose);
+}
+
 TEST(read_argv, reads_numbers_as_atoi_and_keeps_them_in_range)
 {
     static const struct {

@@ -265,6 +265,8 @@ TEST(shell, runs_files_until_a_command_fails)
         EXPECT_EQ(c.called, called) << c.text;
     }
     shell sh;
+    write_file("shell_batch", "hello \"\r\n");
+    EXPECT_EQ("error: syntax error: hello \"\n", printed([&] { sh.batch("shell_batch"); })) << "without the line's end";
     EXPECT_EQ(err::file_system, sh.batch("shell_no_such_file"));
     std::remove("shell_batch");
 }
@@ -292,6 +294,8 @@ TEST(line_editor, takes_characters_and_backspace)
     // What is neither printable nor 128 or more is passed over.
     EXPECT_EQ("a\xC4\xE3~", printed([&] { e.type("\x01" "a\x1B\x7F\xC4\xE3~\n"); }));
     EXPECT_EQ("a\xC4\xE3~", e.edited());
+    editor edge;
+    EXPECT_EQ("\x80\xFF ", printed([&] { edge.type("\x1F\x80\xFF \x7F"); }));
 }
 
 TEST(line_editor, executes_at_return)
@@ -385,11 +389,12 @@ TEST(shell_run, goes_on_behind_every_result_but_exit)
 {
     for (const bool edits : { false, true }) {
         const typed_input input("fail\nhello\nwhat\nhello \"\nhello\nquit\nhello\n");
+        const std::string error = "error: syntax error: hello \"\n> ";
         shell sh;
         sh.set_cmds(commands);
         sh.auto_complete(edits);
         called.clear();
-        printed([&] { sh.run("> "); });
+        EXPECT_NE(std::string::npos, printed([&] { sh.run("> "); }).find(error)) << edits;
         EXPECT_EQ("fail <hello> <hello> ", called) << edits;
     }
 }

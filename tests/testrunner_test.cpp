@@ -138,6 +138,7 @@ TEST(testrunner, forgets_the_run_before)
     r.text.clear();
     r.runTest(good);
     EXPECT_EQ("       good ...\n\nOK(1)\n", r.text);
+    EXPECT_EQ(1, r.getRunCount());
     EXPECT_EQ(0, r.getFailedCount());
 }
 
