@@ -30,28 +30,28 @@ void packet::set_positions(char* begin, unsigned unread, unsigned room)
     end_ = write_ + room;
 }
 
-// A block of at least `size` bytes with the unread bytes at its start.
+// A block of at least `size` bytes with the unread bytes at its start: an ample one, or
+// one that is just enough.
 bool packet::take_block(unsigned long long size)
 {
     const unsigned unread = count();
+    const bool is_unread = read_ == block_; // then it may grow in place
     const unsigned long long ample = std::min(longest, std::max(size, 2ull * static_cast<unsigned>(block_end_ - block_)));
-    if (read_ == block_) {
-        // Nothing was read: the block may grow in place.
-        void* grown = std::realloc(block_, static_cast<std::size_t>(ample));
-        if (!grown)
-            return false;
-        block_ = static_cast<char*>(grown);
-    } else {
-        void* fresh = std::malloc(static_cast<std::size_t>(ample));
+    for (const unsigned long long taken : { ample, size }) {
+        void* const fresh = is_unread ? std::realloc(block_, static_cast<std::size_t>(taken))
+                                      : std::malloc(static_cast<std::size_t>(taken));
         if (!fresh)
-            return false;
-        std::memcpy(fresh, read_, unread);
-        std::free(block_);
+            continue;
+        if (!is_unread) {
+            std::memcpy(fresh, read_, unread);
+            std::free(block_);
+        }
         block_ = static_cast<char*>(fresh);
+        block_end_ = block_ + taken;
+        set_positions(block_, unread, 0);
+        return true;
     }
-    block_end_ = block_ + ample;
-    set_positions(block_, unread, 0);
-    return true;
+    return false;
 }
 
 unsigned packet::reserved(unsigned n)
@@ -65,7 +65,10 @@ unsigned packet::reserved(unsigned n)
         return 0;
 
     const unsigned long long block_size = static_cast<unsigned long long>(block_end_ - block_);
-    if (static_cast<unsigned>(block_end_ - write_) >= n) {
+    if (unread == 0 && n <= block_size) {
+        // What comes next goes where the processor has the memory at hand.
+        set_positions(block_, 0, n);
+    } else if (static_cast<unsigned>(block_end_ - write_) >= n) {
         set_positions(read_, unread, n);
     } else if (needed <= block_size / 2) {
         // At least half of the block is free: moving costs less than what was read.
