@@ -43,6 +43,13 @@ public:
     {
         current() = this;
         left_ = nth_;
+        is_lasting_ = false;
+    }
+    /// Lets every allocation behind that one fail too.
+    void arm_from_there_on()
+    {
+        arm();
+        is_lasting_ = true;
     }
     void disarm() { current() = nullptr; }
     /// Whether an allocation failed since `arm`.
@@ -63,7 +70,9 @@ public:
     static bool strikes()
     {
         allocation_failure* const armed = current();
-        if (!armed || armed->left_ == 0 || --armed->left_ > 0)
+        if (!armed || (armed->left_ == 0 && !armed->is_lasting_))
+            return false;
+        if (armed->left_ > 0 && --armed->left_ > 0)
             return false;
         armed->happened_ = true;
         return true;
@@ -80,6 +89,7 @@ private:
     int first_;
     int left_ = 0;
     bool happened_ = false;
+    bool is_lasting_ = false;
 };
 
 extern "C" {
