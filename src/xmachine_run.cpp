@@ -90,8 +90,8 @@ void machine_state::enter(xmethod& of, int return_addr)
     activate(of, return_addr);
 }
 
-// The part of `enter` that is always needed and cannot fail.
-[[gnu::always_inline]] inline void machine_state::activate(xmethod& of, int return_addr)
+// The part of `enter` that is always needed and cannot fail. Returns the activation.
+[[gnu::always_inline]] inline xcontext* machine_state::activate(xmethod& of, int return_addr)
 {
     xcontext& c = *contexts[depth++];
     const unsigned slots = of.slot_count_;
@@ -103,12 +103,15 @@ void machine_state::enter(xmethod& of, int return_addr)
     operands.enter(c.operands_);
     next_slot += slots;
     slots_free -= slots;
+    return &c;
 }
 
-[[gnu::always_inline]] inline void machine_state::leave()
+// Returns the activation below; null when there is none.
+[[gnu::always_inline]] inline xcontext* machine_state::leave()
 {
     xcontext& c = *contexts[--depth];
-    operands.leave(c.operands_, depth ? contexts[depth - 1]->operands_ : operands.bottom());
+    xcontext* const below = active();
+    operands.leave(c.operands_, below ? below->operands_ : operands.bottom());
     for (xcontext::slot* s = c.slots_; s != next_slot; ++s) {
         s->is_defined = false;
         if (s->value.raw_type() == base_var::string)
@@ -120,6 +123,7 @@ void machine_state::enter(xmethod& of, int return_addr)
     next_slot = c.slots_;
     if (c.extras_ || c.opened_chunk_)
         leave_extras(c);
+    return below;
 }
 
 void machine_state::leave_extras(xcontext& c)
@@ -156,7 +160,18 @@ void machine_state::drop_contexts(unsigned to)
         if (entry->type_ != GETARG || entry->state_ != of.layout_)
             return false;
     }
-    return entry->type_ != GETARG && depth < contexts.size() && slots_free >= of.slot_count_;
+    return entry->type_ != GETARG && depth != contexts.size() && slots_free >= of.slot_count_;
+}
+
+// Moves the arguments from `from` on into the slots that the instructions name.
+[[gnu::noinline]] void machine_state::take_arguments(const xcode* c, const xcode* end, base_var* from,
+                                                     xcontext::slot* slots)
+{
+    for (; c != end; ++c, ++from) {
+        xcontext::slot& s = slots[c->found_.slot];
+        new (&s.value) base_var(std::move(*from));
+        s.is_defined = true;
+    }
 }
 
 // ---- the loop --------------------------------------------------------------
@@ -182,14 +197,15 @@ loop_end machine_state::execute(unsigned base)
         ip = static_cast<int>(next - begin);
         operands.top = top;
     };
-    const auto use_active = [&]() __attribute__((always_inline)) {
-        context = contexts[depth - 1];
-        slots = context->slots_;
-        layout = context->layout_;
+    const auto use = [&](xcontext* c) __attribute__((always_inline)) {
+        context = c;
+        slots = c->slots_;
+        layout = c->layout_;
         top = operands.top;
         floor = operands.floor;
         limit = operands.limit;
     };
+    const auto use_active = [&]() __attribute__((always_inline)) { use(contexts[depth - 1]); };
     const auto load = [&]() __attribute__((always_inline)) {
         begin = code.data();
         next = begin + ip;
@@ -201,6 +217,17 @@ loop_end machine_state::execute(unsigned base)
         leave();
         operands.push(base_var(return_value));
         use_active();
+        next = begin + addr;
+    };
+    // The same when `return_value` is this int.
+    const auto return_int_to = [&](int addr, int value) __attribute__((always_inline)) {
+        operands.top = top;
+        use(leave());
+        if (top == limit) {
+            operands.make_room();
+            use_active();
+        }
+        new (top++) base_var(value);
         next = begin + addr;
     };
     const auto one_int = [&](int& a) __attribute__((always_inline)) { return top - 1 >= floor && get_int(top[-1], a); };
@@ -380,14 +407,17 @@ loop_end machine_state::execute(unsigned base)
                         list->clear();
                     base_var* argument = top;
                     operands.top = top;
-                    activate(*e.proc, static_cast<int>(next + 1 - begin));
-                    use_active();
+                    use(activate(*e.proc, static_cast<int>(next + 1 - begin)));
                     next = begin + e.proc->entry_;
-                    for (int i = 0; i < count; ++i, ++next, ++argument) {
+                    xcode* const body = next + count;
+                    for (; next != body && argument->raw_type() != base_var::string; ++next, ++argument) {
                         xcontext::slot& s = slots[next->found_.slot];
                         new (&s.value) base_var(std::move(*argument));
                         s.is_defined = true;
                     }
+                    if (next != body) // a text; out of the way of the loop's registers
+                        take_arguments(next, body, argument, slots);
+                    next = body;
                     continue;
                 }
             }
@@ -423,8 +453,7 @@ loop_end machine_state::execute(unsigned base)
             --top;
             if (one_step || next->type_ != RET || context->return_addr_ < 0)
                 continue;
-            ++next;
-            return_to(context->return_addr_);
+            return_int_to(context->return_addr_, a);
             continue;
 
         case AJMP:

@@ -201,8 +201,9 @@ struct machine_state {
     // ---- activations
     xcontext* active() const { return depth ? contexts[depth - 1] : nullptr; }
     void enter(xmethod& of, int return_addr);
-    void leave();
-    void activate(xmethod& of, int return_addr);
+    xcontext* leave();
+    xcontext* activate(xmethod& of, int return_addr);
+    static void take_arguments(const xcode* c, const xcode* end, base_var* from, xcontext::slot* slots);
     void leave_extras(xcontext& c);
     bool takes(const xmethod& of, const xcode* entry, int count) const;
     void drop_contexts(unsigned to);
