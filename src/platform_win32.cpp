@@ -556,7 +556,9 @@ std::FILE* stream_of(HANDLE end, bool reading, bool binary)
     }
     const char* const modes[2][2] = { { "wt", "wb" }, { "rt", "rb" } };
     std::FILE* stream = _fdopen(fd, modes[reading][binary]);
-    if (!stream)
+    if (stream)
+        std::setvbuf(stream, nullptr, _IOFBF, 1 << 16); // only faster
+    else
         _close(fd);
     return stream;
 }

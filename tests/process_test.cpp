@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -63,10 +65,27 @@ int count_input(const words&)
     return static_cast<int>(n % 251);
 }
 
+int show_lines(const words&)
+{
+    std::printf("one\ntwo\n");
+    return 0;
+}
+
 int show_folder(const words&)
 {
     std::printf("%s", fs::current_path().generic_string().c_str());
     return 0;
+}
+
+// Lets a child of its own read the input that it got itself.
+int count_by_another(const words& w)
+{
+    process p;
+    std::FILE* out = p.start(w.at(2).c_str(), nullptr, "child count", "r", false);
+    if (!out)
+        return 252;
+    std::fclose(out);
+    return p.wait_done();
 }
 
 int show_on_error(const words&)
@@ -137,7 +156,8 @@ const std::map<std::string, int (*)(const words&)> roles = {
     { "words", show_words },     { "exit", exit_with },          { "write", write_bytes },
     { "count", count_input },    { "folder", show_folder },      { "error", show_on_error },
     { "files", count_descriptors }, { "play", play },            { "hold", hold_names },
-    { "answer", answer_in_memory },
+    { "answer", answer_in_memory }, { "relay", count_by_another },
+    { "lines", show_lines },
 };
 
 // ---- helpers of the tests --------------------------------------------------
@@ -417,6 +437,26 @@ TEST(child_process, terminate_keeps_what_has_finished)
     }));
 }
 
+TEST(child_process, an_exit_code_of_259_reads_as_still_active)
+{
+    // Where exit codes are that large at all.
+    process p;
+    ASSERT_EQ(p.start(self.c_str(), nullptr, "child exit 259"), 1);
+    const int exit_code = p.wait_done();
+    ASSERT_TRUE(exit_code == 259 || exit_code == 259 % 256) << exit_code;
+    std::FILE* out = p.start(self.c_str(), nullptr, "child exit 259", "r", false);
+    ASSERT_NE(out, nullptr);
+    read_all(out);
+    std::fclose(out);
+    if (exit_code == 259) {
+        for (int i = 0; i < 100; ++i) {
+            EXPECT_FALSE(p.is_done());
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    EXPECT_EQ(p.wait_done(), exit_code) << "it tells";
+}
+
 TEST(child_process, is_done_is_false_while_it_is_suspended)
 {
     process p;
@@ -627,7 +667,117 @@ TEST(child_pipe, other_standard_streams_are_ours)
     testing::internal::CaptureStdout();
     ASSERT_EQ(p.start(self.c_str(), nullptr, "child words"), 1);
     EXPECT_EQ(p.wait_done(), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "[child] [words]");
+    std::FILE* in = p.start(self.c_str(), nullptr, "child words", "w", false);
+    ASSERT_NE(in, nullptr);
+    std::fclose(in);
+    EXPECT_EQ(p.wait_done(), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "[child] [words][child] [words]");
+
+    // The relay's input is the pipe, and so is its child's.
+    in = p.start(self.c_str(), nullptr, ("child relay \"" + self + '"').c_str(), "w", false);
+    ASSERT_NE(in, nullptr);
+    std::fputs("1234567", in);
+    std::fclose(in);
+    EXPECT_EQ(p.wait_done(), 7);
+}
+
+// What the C library makes of a text that is written in one mode and read in the other.
+std::string through_a_file(const std::string& text, const char* write_mode, const char* read_mode)
+{
+    const scratch s;
+    const std::string path = (s.folder / "text").string();
+    std::FILE* f = std::fopen(path.c_str(), write_mode);
+    std::fwrite(text.data(), 1, text.size(), f);
+    std::fclose(f);
+    f = std::fopen(path.c_str(), read_mode);
+    const std::string read = read_all(f);
+    std::fclose(f);
+    return read;
+}
+
+TEST(child_pipe, text_and_binary_are_those_of_files)
+{
+    // A child's own streams are texts.
+    for (const char* mode : { "r", "rt", "r+", "rb" }) {
+        process p;
+        std::FILE* out = p.start(self.c_str(), nullptr, "child lines", mode, false);
+        ASSERT_NE(out, nullptr);
+        EXPECT_EQ(read_all(out), through_a_file("one\ntwo\n", "w", mode[1] == 'b' ? "rb" : "r")) << mode;
+        std::fclose(out);
+        EXPECT_EQ(p.wait_done(), 0);
+    }
+    for (const char* mode : { "w", "wt", "a", "wb" }) {
+        process p;
+        std::FILE* in = p.start(self.c_str(), nullptr, "child count", mode, false);
+        ASSERT_NE(in, nullptr);
+        std::fputs("one\r\n", in);
+        std::fclose(in);
+        const std::string read = through_a_file("one\r\n", mode[1] == 'b' ? "wb" : "w", "r");
+        EXPECT_EQ(p.wait_done(), static_cast<int>(read.size())) << mode;
+    }
+}
+
+TEST(child_pipe, serves_several_threads)
+{
+    // A pipe that reached a child of another thread would keep that thread waiting.
+    const auto serve = [](::thread*, void* failures, void*) {
+        for (int i = 0; i < 3; ++i) {
+            process writer, reader;
+            std::FILE* out = writer.start(self.c_str(), nullptr, "child write 100000", "r", false);
+            std::FILE* in = reader.start(self.c_str(), nullptr, "child count", "w", false);
+            const std::string text = out && in ? read_all(out) : "";
+            if (in)
+                std::fwrite(text.data(), 1, 200, in);
+            for (std::FILE* f : { out, in }) {
+                if (f)
+                    std::fclose(f);
+            }
+            if (text.size() != 100000 || writer.wait_done() != 0 || reader.wait_done() != 200)
+                ++*static_cast<std::atomic<int>*>(failures);
+        }
+    };
+    std::atomic<int> failures { 0 };
+    ::thread all[3];
+    for (::thread& t : all)
+        ASSERT_EQ(t.start(&failures, serve, nullptr), 0);
+    for (::thread& t : all)
+        t.wait_done();
+    EXPECT_EQ(failures, 0);
+}
+
+TEST(child_pipe, waits_for_a_slow_reader)
+{
+    process p;
+    std::FILE* out = p.start(self.c_str(), nullptr, "child write 2500000", "rb", false);
+    ASSERT_NE(out, nullptr);
+    std::vector<char> block(400000);
+    std::size_t got = 0;
+    for (std::size_t n; (n = std::fread(block.data(), 1, block.size(), out)) > 0; got += n) {
+        for (std::size_t i = 0; i < n; ++i)
+            ASSERT_EQ(block[i], static_cast<char>('a' + (got + i) % 23));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(got, 2500000u);
+    std::fclose(out);
+    EXPECT_EQ(p.wait_done(), 0);
+}
+
+TEST(child_pipe, leaves_no_descriptor_here)
+{
+    const int before = count_descriptors({});
+    const scratch s;
+    const std::string missing = s.folder.string() + "/missing";
+    for (const char* mode : { "r", "wb" }) {
+        for (const bool suspended : { false, true }) {
+            process p;
+            EXPECT_EQ(p.start(missing.c_str(), nullptr, "child exit 0", mode, suspended), nullptr);
+            std::FILE* pipe = p.start(self.c_str(), nullptr, "child exit 0", mode, suspended);
+            ASSERT_NE(pipe, nullptr);
+            EXPECT_EQ(p.terminate() == 1 ? 0 : p.wait_done(), 0);
+            std::fclose(pipe);
+        }
+    }
+    EXPECT_EQ(count_descriptors({}), before);
 }
 
 TEST(child_process, gets_the_standard_descriptors_only)
@@ -1006,6 +1156,18 @@ TEST(loaded_module, gives_its_functions_and_data)
     EXPECT_EQ(m.unload(), 0);
     EXPECT_FALSE(m.is_valid());
     EXPECT_EQ(m.unload(), 0);
+}
+
+TEST(loaded_module, goes_with_its_object)
+{
+    for (int i = 0; i < 2; ++i) {
+        module m;
+        ASSERT_EQ(m.load(module_path().c_str()), 0);
+        int* counter = static_cast<int*>(m.get_func("process_module_counter"));
+        ASSERT_NE(counter, nullptr);
+        EXPECT_EQ(*counter, 41) << "as it was built: nothing is left of the load before";
+        *counter = 7;
+    }
 }
 
 TEST(loaded_module, a_failed_load_keeps_the_old_one)

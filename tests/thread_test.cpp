@@ -229,6 +229,30 @@ TEST(sync_sem, named_create_forgets_the_present_handle)
     EXPECT_TRUE(takes(kept)) << "still open";
 }
 
+TEST(sync_sem, unnamed_create_and_the_destructor_close_the_present_handle)
+{
+    sync_sem later;
+    {
+        sync_sem s;
+        ASSERT_TRUE(s.create("stdkro test closed", 1, 1));
+        ASSERT_TRUE(s.create(1, 1));
+        ASSERT_TRUE(later.create("stdkro test closed", 0, 1));
+        EXPECT_FALSE(takes(later)) << "the name had gone with the handle";
+        later.close();
+        ASSERT_TRUE(s.create("stdkro test closed", 1, 1)); // forgets the unnamed one
+    }
+    ASSERT_TRUE(later.create("stdkro test closed", 0, 1));
+    EXPECT_FALSE(takes(later));
+}
+
+TEST(sync_sem, a_failed_create_leaves_no_handle)
+{
+    sync_sem s(1, 1);
+    EXPECT_FALSE(s.create(2, 1));
+    EXPECT_FALSE(s.is_valid());
+    EXPECT_FALSE(s.lock());
+}
+
 TEST(sync_sem, a_name_is_shared_and_its_counts_stand)
 {
     sync_sem first, second, other;
@@ -1021,9 +1045,15 @@ TEST(thread_table, create_makes_one_table)
     EXPECT_EQ(t.capacity(), 65536u);
     EXPECT_EQ(t.create(1), code(0x80010001));
     EXPECT_EQ(t.create(0), code(0x80010001));
+    ASSERT_NE(t.alloc_thread(1), nullptr);
+    ASSERT_NE(t.alloc_thread(2), nullptr);
     t.clear();
     EXPECT_EQ(t.capacity(), 0u);
-    EXPECT_EQ(t.create(1), 0);
+    EXPECT_EQ(t.count(), 0u);
+    EXPECT_EQ(t.get_thread(0), nullptr);
+    EXPECT_EQ(t.create(3), 0);
+    ASSERT_NE(t.alloc_thread(3), nullptr);
+    EXPECT_NE(t.get_thread(0), nullptr) << "the search begins at 0 again";
     EXPECT_EQ(threads(7).capacity(), 7u);
 }
 
