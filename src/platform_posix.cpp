@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <list>
@@ -2054,62 +2055,22 @@ std::FILE* open_writing_end(int fd)
     return stream;
 }
 
+// The GNU library's mark of a stream whose buffer is its user's. Without it the stream
+// frees its buffer when it is closed, as it does with one that it made itself.
+constexpr int user_buffer = 1; // _IO_USER_BUF
+
 // Our end of a pipe to read from: an ordinary stream, so that its descriptor can
-// be waited for, with a large buffer. Nobody tells when the stream is closed:
-// a later process function sees that its descriptor is another file, or none,
-// and takes the buffer back.
-struct reading_buffer {
-    reading_buffer* next;
-    int fd;
-    dev_t device;
-    ino_t pipe;
-    char bytes[1 << 16];
-};
-
-std::mutex reading_lock;
-reading_buffer* reading_buffers = nullptr;
-
-bool is_in_use(const reading_buffer& b)
-{
-    struct stat info;
-    return fstat(b.fd, &info) == 0 && info.st_dev == b.device && info.st_ino == b.pipe;
-}
-
-void free_reading_buffers()
-{
-    const std::lock_guard<std::mutex> guard(reading_lock);
-    for (reading_buffer** at = &reading_buffers; *at;) {
-        reading_buffer* buffer = *at;
-        if (is_in_use(*buffer)) {
-            at = &buffer->next;
-        } else {
-            *at = buffer->next;
-            delete buffer;
-        }
-    }
-}
-
-// Without memory for it the stream keeps the buffer of its own.
-void give_large_buffer(std::FILE* stream, int fd)
-{
-    struct stat info;
-    reading_buffer* buffer = fstat(fd, &info) == 0 ? new (std::nothrow) reading_buffer : nullptr;
-    if (!buffer)
-        return;
-    buffer->fd = fd;
-    buffer->device = info.st_dev;
-    buffer->pipe = info.st_ino;
-    std::setvbuf(stream, buffer->bytes, _IOFBF, sizeof buffer->bytes);
-    const std::lock_guard<std::mutex> guard(reading_lock);
-    buffer->next = reading_buffers;
-    reading_buffers = buffer;
-}
-
+// be waited for, with a large buffer of its own. Nobody else learns of its end.
 std::FILE* open_reading_end(int fd)
 {
+    constexpr size_t roomy = 1 << 16;
     std::FILE* stream = fdopen(fd, "r");
-    if (stream)
-        give_large_buffer(stream, fd);
+#if defined(__GLIBC__)
+    // Without memory for it the stream takes a small one.
+    char* const buffer = stream ? static_cast<char*>(std::malloc(roomy)) : nullptr;
+    if (buffer && std::setvbuf(stream, buffer, _IOFBF, roomy) == 0)
+        stream->_flags &= ~user_buffer;
+#endif
     return stream;
 }
 
@@ -2428,13 +2389,6 @@ void* keep_loader_text(void* result)
     return result;
 }
 
-// What earlier children left, taken away by every function on processes.
-void clean_up()
-{
-    reap_forgotten();
-    free_reading_buffers();
-}
-
 } // namespace
 
 int sys_process_start(const sys_launch* launch, sys_process* child, std::FILE** stream)
@@ -2442,7 +2396,7 @@ int sys_process_start(const sys_launch* launch, sys_process* child, std::FILE** 
     if (!launch->application || !*launch->application)
         return fail_with(ENOENT);
     try {
-        clean_up();
+        reap_forgotten();
         return start_child(*launch, child, stream);
     } catch (const std::bad_alloc&) {
         return fail_with(ENOMEM);
@@ -2451,7 +2405,7 @@ int sys_process_start(const sys_launch* launch, sys_process* child, std::FILE** 
 
 int sys_process_wait(const sys_process* child, unsigned limit, int* exit_code)
 {
-    clean_up();
+    reap_forgotten();
     int status = 0;
     const pid_t r = reap(child->id, &status, limit == 0 ? WNOHANG : 0);
     if (r == 0)
@@ -2465,7 +2419,7 @@ int sys_process_wait(const sys_process* child, unsigned limit, int* exit_code)
 
 int sys_process_kill(const sys_process* child, int)
 {
-    clean_up();
+    reap_forgotten();
     if (has_ended_unread(child->id))
         return fail_with(ESRCH);
     if (kill(child->id, SIGKILL) != 0)
@@ -2477,7 +2431,7 @@ int sys_process_kill(const sys_process* child, int)
 
 int sys_process_suspend(const sys_process* child)
 {
-    clean_up();
+    reap_forgotten();
     const std::lock_guard<std::mutex> guard(children_lock);
     const auto found = find_child(child->id);
     if (found == children().end() || has_ended_unread(child->id))
@@ -2494,7 +2448,7 @@ int sys_process_suspend(const sys_process* child)
 
 int sys_process_resume(const sys_process* child)
 {
-    clean_up();
+    reap_forgotten();
     const std::lock_guard<std::mutex> guard(children_lock);
     const auto found = find_child(child->id);
     if (found == children().end() || has_ended_unread(child->id))
@@ -2514,7 +2468,7 @@ void sys_process_close(const sys_process* child)
         if (found != children().end())
             found->forgotten = true;
     }
-    clean_up();
+    reap_forgotten();
 }
 
 void* sys_file_of(std::FILE* stream) { return handle_of(stream ? fileno(stream) : -1); }
