@@ -193,7 +193,8 @@ template <class loop> struct watched_pairs {
     loop served;
     std::vector<end> ends;
 
-    watched_pairs(const char* method, unsigned pair_count) : bytes { pair_count }, served(method, pair_count), ends(pair_count)
+    watched_pairs(const char* method, unsigned pair_count)
+        : bytes { pair_count }, served(method, pair_count), ends(pair_count)
     {
         for (unsigned i = 0; i < pair_count; ++i) {
             ends[i] = { &bytes, i, false, 0 };
@@ -256,21 +257,21 @@ template <class loop> void remove_and_add(benchmark::State& state, const char* m
             state.SkipWithError("a registration was lost");
 }
 
-template <class loop> void register_relays(const std::string& subject, const char* who, const char* method)
+template <class loop> void register_relays(const std::string& subject, const std::string& who, const char* method)
 {
     for (const unsigned n : { 100u, 500u, 1000u }) {
-        const std::string name = subject + "/" + std::to_string(n) + " pairs";
-        benchmark::RegisterBenchmark((name + ", 1 active/" + who).c_str(), relay_bytes<loop>, method, n, 1u, 100u);
-        benchmark::RegisterBenchmark((name + ", a tenth active/" + who).c_str(), relay_bytes<loop>, method, n, n / 10, n);
+        const std::string pairs = subject + "/" + std::to_string(n) + " pairs, ";
+        benchmark::RegisterBenchmark((pairs + "1 active/" + who).c_str(), relay_bytes<loop>, method, n, 1u, 100u);
+        benchmark::RegisterBenchmark((pairs + "a tenth active/" + who).c_str(), relay_bytes<loop>, method, n, n / 10,
+                                     n);
     }
 }
 
-template <class loop> void register_epoll(const char* who, const char* method)
+template <class loop> void register_epoll(const std::string& who, const char* method)
 {
     register_relays<loop>("epoller", who, method);
-    benchmark::RegisterBenchmark((std::string("epoller/1 ready of 1000/") + who).c_str(), find_one_ready<loop>, method);
-    benchmark::RegisterBenchmark((std::string("epoller/remove and add among 1000/") + who).c_str(), remove_and_add<loop>,
-                                 method);
+    benchmark::RegisterBenchmark(("epoller/1 ready of 1000/" + who).c_str(), find_one_ready<loop>, method);
+    benchmark::RegisterBenchmark(("epoller/remove and add among 1000/" + who).c_str(), remove_and_add<loop>, method);
 }
 
 const bool is_registered = [] {

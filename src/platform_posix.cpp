@@ -755,7 +755,8 @@ struct sys_ready_list {
 
     int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
     {
-        if (is_of_other_process() || !verify_closed(watches, count) || !verify_due(watches, count))
+        const bool is_due = ms_until_due() <= 0;
+        if (is_of_other_process() || !verify_closed(watches, count) || (is_due && !verify_all(watches, count)))
             return sys_ready_stale;
         // Mostly something is ready, and a look that does not wait costs least.
         const int n = epoll_wait(epoll_, events_.get(), room_, 0);
@@ -766,7 +767,7 @@ struct sys_ready_list {
         if (limit && limit->tv_sec == 0 && limit->tv_usec == 0)
             return 0;
         countdown time(limit);
-        const int found = wait_long(watches, count, ready, time);
+        const int found = wait_long(watches, count, ready, time, is_due);
         if (found < 0 && limit) {
             time.refresh();
             *limit = { time.left()->tv_sec, (time.left()->tv_nsec + 999) / 1000 };
@@ -802,7 +803,6 @@ private:
     }
 
     long long ms_until_due() const { return verified_ + verifying_period_ms - coarse_ms(); }
-    bool verify_due(sys_watch* watches, unsigned count) { return ms_until_due() > 0 || verify_all(watches, count); }
 
     bool verify_closed(sys_watch* watches, unsigned count)
     {
@@ -818,10 +818,10 @@ private:
         });
     }
 
-    /// Waits first until all descriptors are due to be verified, and then for the rest.
-    int wait_long(sys_watch* watches, unsigned count, sys_poll_record* ready, countdown& time)
+    /// Waits first until all descriptors are due to be verified, unless they just were, and then for the rest.
+    int wait_long(sys_watch* watches, unsigned count, sys_poll_record* ready, countdown& time, bool is_verified)
     {
-        for (bool is_verified = false;;) {
+        for (;;) {
             const long long due_ms = is_verified ? 0 : ms_until_due();
             if (!is_verified && due_ms <= 0) {
                 if (!verify_all(watches, count))

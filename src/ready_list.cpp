@@ -251,7 +251,10 @@ int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit
     unsigned begin = words();
     unsigned end = 0;
     for (const sys_poll_record* p = found_.get(); p < found_.get() + n; ++p) {
-        const unsigned at = static_cast<unsigned>(first_.find(p->fd));
+        const int number = first_.find(p->fd);
+        if (number < 0)
+            continue; // a child that fork did not make has put its own into our list
+        const unsigned at = static_cast<unsigned>(number);
         const unsigned word = at / 64;
         conditions_[at] = p->ready;
         is_ready_[word] |= std::uint64_t { 1 } << at % 64;
@@ -267,7 +270,7 @@ int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit
         }
         is_ready_[word] = 0;
     }
-    return static_cast<int>(made);
+    return made > 0 ? static_cast<int>(made) : static_cast<int>(sys_ready_stale);
 }
 
 // ---- waiting in the table ----------------------------------------------------------

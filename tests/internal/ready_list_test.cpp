@@ -17,6 +17,7 @@
 #include <csignal>
 
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -537,6 +538,26 @@ TEST(ready_list, is_its_own_in_a_forked_child)
     p.make_readable();
     EXPECT_EQ("0:16 ", list.wait(nullptr)) << "the parent's is what it was";
     EXPECT_FALSE(list.was_in_table());
+}
+
+// Such a child shares the kernel's list without knowing it.
+TEST(ready_list, survives_a_child_that_is_not_made_by_fork)
+{
+    datagram_socket quiet;
+    datagram_socket foreign;
+    tested_list list(4);
+    list.add(quiet, EP_IN, 0);
+    EXPECT_EQ("0", list.wait(&at_once));
+    const pid_t child = static_cast<pid_t>(syscall(SYS_fork));
+    if (child == 0) {
+        list.add(foreign, EP_OUT, 1);
+        _exit(0);
+    }
+    EXPECT_EQ(child, waitpid(child, nullptr, 0));
+    EXPECT_EQ("0", list.wait(&at_once));
+    EXPECT_TRUE(list.was_in_table());
+    EXPECT_EQ("0", list.wait(&at_once));
+    EXPECT_FALSE(list.was_in_table()) << "a list of its own again";
 }
 
 // A file is always ready, and the kernel takes none into its lists.
