@@ -6,6 +6,7 @@
 
 #include "document_text.h"
 #include "guarded_text.h"
+#include "virtual_slot.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -424,6 +425,18 @@ TEST(ini_reader, returns_a_failed_onBegin_without_onEnd)
     EXPECT_EQ(&in, printer.get_reader());
 }
 
+TEST(ini_handler, has_its_functions_in_this_order)
+{
+    EXPECT_EQ(0u, slot_of(&ini_handler::onBegin));
+    EXPECT_EQ(1u, slot_of(&ini_handler::onEnd));
+    EXPECT_EQ(2u, slot_of(&ini_handler::onError));
+    EXPECT_EQ(3u, slot_of(&ini_handler::onSection));
+    EXPECT_EQ(4u, slot_of(&ini_handler::onKeyValue));
+    EXPECT_EQ(5u, slot_of(&ini_handler::onComment));
+    EXPECT_TRUE(std::has_virtual_destructor<ini_handler>::value);
+    EXPECT_TRUE(std::has_virtual_destructor<ini_doc>::value);
+}
+
 TEST(ini_reader, refuses_a_null_handler)
 {
     ini_reader in;
@@ -564,6 +577,7 @@ TEST(attributes, gives_null_past_the_end)
     list.add_attr("a", "1");
     EXPECT_NE(nullptr, list.get_attr(0));
     EXPECT_EQ(nullptr, list.get_attr(1));
+    EXPECT_EQ(nullptr, static_cast<const attributes&>(list).get_attr(1));
     EXPECT_EQ(nullptr, static_cast<const attributes&>(list).get_attr(UINT_MAX));
     list.remove_attr(1);
     EXPECT_EQ(1u, list.count());
@@ -753,7 +767,7 @@ TEST(attributes, reads_a_double_when_nothing_is_left_over)
         { ".5", 0.5 }, { "5.", 5.0 }, { "12", 12.0 }, { "0.1", 0.1 }, { "1e400", infinite }, { "-1e400", -infinite },
         { "1e-400", 0.0 }, { "123456789012345678", 123456789012345678.0 },
         { "", 0.0 },
-        { "inf", infinite }, { "-INF", -infinite }, { "Infinity", infinite },
+        { "inf", infinite }, { "-INF", -infinite }, { "Infinity", infinite }, { " \t\n\v\f\r inf", infinite },
         { "0x10", 16.0 }, { "-0X1.8p1", -3.0 }, { "0x.8", 0.5 },
         { "0x1p99999", infinite }, { "-0x1p99999", -infinite }, { "0x1p-99999", 0.0 },
         { "1.5x", -7.0 }, { "1.5 ", -7.0 }, { "x", -7.0 }, { " ", -7.0 }, { "1,5", -7.0 }, { ".", -7.0 }, { "1e", -7.0 },

@@ -5,6 +5,8 @@
 #include <stdkro/xcpt.h>
 #include <stdkro/xml_doc.h>
 
+#include "virtual_slot.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -198,6 +200,8 @@ TEST(log_formatter, is_virtual_in_its_destructor_and_format)
 {
     EXPECT_TRUE(std::has_virtual_destructor<log_formatter>::value);
     EXPECT_TRUE(std::has_virtual_destructor<log_writer>::value);
+    EXPECT_EQ(2u, slot_of(&log_formatter::format)); // behind the destructor
+    EXPECT_EQ(0u, slot_of(&log_writer::write));     // before it
 }
 
 // ---- writers and contexts ---------------------------------------------------

@@ -2,6 +2,7 @@
 #include <stdkro/writer.h>
 
 #include "udp_receiver.h"
+#include "virtual_slot.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -76,6 +77,12 @@ private:
     string& notes_;
     string tag_;
 };
+
+TEST(writer, has_its_destructor_first)
+{
+    EXPECT_EQ(2u, slot_of(&writer::write)); // the destructor takes two entries
+    EXPECT_EQ(3u, slot_of(&writer::is_valid));
+}
 
 TEST(con_writer, writes_to_standard_error)
 {

@@ -5,6 +5,7 @@
 
 #include "document_text.h"
 #include "guarded_text.h"
+#include "virtual_slot.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -495,6 +497,21 @@ TEST(xml_reader, the_base_handler_accepts_everything)
     EXPECT_EQ(&in, handler.get_reader());
     in.load_string("<a");
     EXPECT_EQ(err::syntax, in.read_doc(&handler));
+}
+
+TEST(xml_handler, has_its_functions_in_this_order)
+{
+    EXPECT_EQ(0u, slot_of(&xml_handler::onBeginDocument));
+    EXPECT_EQ(1u, slot_of(&xml_handler::onEndDocument));
+    EXPECT_EQ(2u, slot_of(&xml_handler::onError));
+    EXPECT_EQ(3u, slot_of(&xml_handler::onBeginNode));
+    EXPECT_EQ(4u, slot_of(&xml_handler::onEndNode));
+    EXPECT_EQ(5u, slot_of(&xml_handler::onAttribute));
+    EXPECT_EQ(6u, slot_of(&xml_handler::onPI));
+    EXPECT_EQ(7u, slot_of(&xml_handler::onComment));
+    EXPECT_EQ(8u, slot_of(&xml_handler::onText));
+    EXPECT_EQ(9u, slot_of(&xml_handler::onCDATA));
+    EXPECT_TRUE(std::has_virtual_destructor<xml_handler>::value);
 }
 
 TEST(xml_reader, wants_a_handler)
