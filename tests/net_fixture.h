@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 
 #ifdef _WIN32
@@ -40,6 +42,14 @@ inline long open_descriptors()
 }
 constexpr int cost_of_waits = 1;
 #endif
+
+/// Where a virtual function stands in the table of its class.
+template <class function> long slot_of(function f)
+{
+    std::ptrdiff_t place;
+    std::memcpy(&place, &f, sizeof place);
+    return static_cast<long>((place - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)));
+}
 
 /// A listening socket on a free port of 127.0.0.1.
 struct listener : Socket {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <type_traits>
 
 namespace {
 
@@ -31,6 +32,11 @@ TEST(packet, begins_empty)
     const packet filled("abc", 3);
     EXPECT_EQ("abc", unread(filled));
     EXPECT_EQ(3u, filled.capacity());
+}
+
+TEST(packet, is_not_copied)
+{
+    EXPECT_FALSE(std::is_copy_constructible<packet>::value || std::is_copy_assignable<packet>::value);
 }
 
 TEST(packet, makes_exactly_the_room_it_is_asked_for)

@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -105,6 +106,28 @@ TEST(fdbase, dispatches_bits_in_order_until_one_is_negative)
     EXPECT_EQ(0, exec_object().exec());
 }
 
+// The destructor takes the first two places.
+TEST(fdbase, keeps_its_operations_in_their_order)
+{
+    EXPECT_EQ(2, slot_of(&fdbase::get_events));
+    EXPECT_EQ(3, slot_of(&fdbase::get_fd));
+    EXPECT_EQ(4, slot_of(&fdbase::do_read));
+    EXPECT_EQ(5, slot_of(&fdbase::do_write));
+    EXPECT_EQ(6, slot_of(&fdbase::do_error));
+    EXPECT_EQ(7, slot_of(&fdbase::dispatch_events));
+    EXPECT_EQ(2, slot_of(&exec_object::exec));
+    EXPECT_EQ(sizeof(void*), sizeof(fdbase)) << "no data";
+    EXPECT_EQ(sizeof(void*), sizeof(exec_object));
+}
+
+TEST(loops, are_not_copied)
+{
+    EXPECT_FALSE(std::is_copy_constructible<fdset>::value || std::is_copy_assignable<fdset>::value);
+    EXPECT_FALSE(std::is_copy_constructible<selector>::value || std::is_copy_assignable<selector>::value);
+    EXPECT_FALSE(std::is_copy_constructible<poller>::value || std::is_copy_assignable<poller>::value);
+    EXPECT_FALSE(std::is_copy_constructible<epoller>::value || std::is_copy_assignable<epoller>::value);
+}
+
 TEST(fdset, hands_out_the_slot_that_was_freed_last)
 {
     Socket none;
@@ -174,6 +197,10 @@ TEST(fdset, deletes_its_objects_only_when_told)
 }
 
 // ---- what the three loops have in common ------------------------------------------
+
+// The poller has none.
+void set_exec(poller&, exec_object&) {}
+template <class loop_type> void set_exec(loop_type& loop, exec_object& exec) { loop.set_exec_object(&exec); }
 
 template <class loop> struct common : testing::Test { };
 using loops = testing::Types<selector, poller, epoller>;
@@ -300,6 +327,143 @@ TYPED_TEST(common, lets_handlers_add_grow_and_empty)
         EXPECT_EQ("2: a:read ", served(loop, nullptr));
         EXPECT_EQ(0u, loop.count());
     }
+}
+
+TYPED_TEST(common, refuses_more_than_it_can_hold)
+{
+    TypeParam loop(2);
+    EXPECT_LT(loop.expand(0xFFFFFFFFu), 0);
+    EXPECT_EQ(2u, loop.capacity());
+    EXPECT_EQ(0, loop.expand(2));
+    EXPECT_EQ(0, loop.expand(1)) << "not larger: nothing to do";
+    EXPECT_EQ(2u, loop.capacity());
+    EXPECT_LT(loop.create(0xFFFFFFFFu), 0);
+    EXPECT_EQ(0u, loop.capacity());
+}
+
+TYPED_TEST(common, calls_for_an_exceptional_condition)
+{
+    socket_pair p;
+    client a("a", p.here);
+    TypeParam loop(2);
+    loop.add(a, EV_ERROR);
+    EXPECT_EQ(0, loop.wait(&at_once));
+    ASSERT_EQ(1, ::send(static_cast<int>(p.there.get_socket()), "!", 1, MSG_OOB));
+    EXPECT_EQ(0, p.here.select(8, nullptr));
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("a:error ", calls);
+}
+
+// A new descriptor is taken over, except by the epoller, which only changes what it knows.
+TYPED_TEST(common, asks_for_descriptors_again)
+{
+    socket_pair p[3];
+    client a("a", p[0].here);
+    TypeParam loop(2);
+    struct moving : client {
+        using client::client;
+        Socket* now = nullptr;
+        int get_fd() override { return now ? static_cast<int>(now->get_socket()) : -1; }
+    } m("m", p[1].here);
+    m.now = &p[1].here;
+    loop.add(a, EV_WRITE);
+    loop.add(m, EV_READ);
+    a.events = EV_WRITE;
+    p[2].there.send("x", 1);
+    p[2].here.select(1, nullptr);
+    m.now = &p[2].here;
+    loop.refresh();
+    const bool is_moved = !std::is_same<TypeParam, epoller>::value;
+    calls.clear();
+    EXPECT_EQ(is_moved ? 2 : 1, loop.wait(nullptr));
+    const bool is_by_pass = std::is_same<TypeParam, selector>::value;
+    EXPECT_EQ(is_by_pass ? "m:read a:write " : is_moved ? "a:write m:read " : "a:write ", calls);
+
+    m.now = nullptr;
+    loop.refresh();
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(nullptr)) << "it has none now";
+    EXPECT_EQ("a:write ", calls);
+}
+
+TYPED_TEST(common, does_not_call_who_has_removed_itself)
+{
+    struct counter : exec_object {
+        int exec() override
+        {
+            calls += "exec ";
+            return 0;
+        }
+    } exec;
+    socket_pair p;
+    client a("a", p.here);
+    TypeParam loop(2);
+    const int index = loop.add(a, EV_READ | EV_WRITE);
+    a.on_read = [&] { loop.remove(index); };
+    set_exec(loop, exec);
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    calls.clear();
+    EXPECT_GT(loop.wait(nullptr), 0);
+    // dispatch_events goes on unless the result is negative.
+    EXPECT_EQ((std::is_same<TypeParam, poller>::value ? "a:read a:write " : "a:read "), calls);
+}
+
+// What is added anew from inside takes part at once only where nothing else can be told.
+TYPED_TEST(common, keeps_old_events_from_who_was_added_again)
+{
+    socket_pair p[2];
+    client a("a", p[0].here);
+    client b("b", p[1].here);
+    TypeParam loop(4);
+    loop.add(a, EV_READ);
+    const int second = loop.add(b, EV_READ);
+    int again = -1;
+    a.on_read = [&] {
+        loop.remove(second);
+        again = loop.add(b, EV_READ);
+    };
+    for (auto& pair : p) {
+        pair.there.send("x", 1);
+        pair.here.select(1, nullptr);
+    }
+    calls.clear();
+    EXPECT_EQ(2, loop.wait(nullptr));
+    EXPECT_EQ((std::is_same<TypeParam, selector>::value ? "a:read b:read " : "a:read "), calls);
+    EXPECT_EQ((std::is_same<TypeParam, epoller>::value), again != second);
+    a.on_read = nullptr;
+    calls.clear();
+    EXPECT_EQ(2, loop.wait(nullptr));
+    EXPECT_EQ("a:read b:read ", calls);
+}
+
+TYPED_TEST(common, may_be_destroyed_by_a_handler)
+{
+    static int deaths;
+    struct mortal : client {
+        TypeParam& loop;
+        mortal(const char* n, Socket& s, TypeParam& l) : client(n, s), loop(l) {}
+        ~mortal() override { ++deaths; }
+        int do_read() override
+        {
+            loop.destroy();
+            return -1;
+        }
+    };
+    deaths = 0;
+    socket_pair p[2];
+    TypeParam loop(4);
+    for (auto& pair : p) {
+        loop.add(*new mortal("m", pair.here, loop), EV_READ | EV_WRITE);
+        pair.there.send("x", 1);
+        pair.here.select(1, nullptr);
+    }
+    calls.clear();
+    EXPECT_GT(loop.wait(nullptr), 0);
+    EXPECT_EQ(2, deaths);
+    EXPECT_EQ("", calls);
+    EXPECT_EQ(0u, loop.capacity());
 }
 
 TYPED_TEST(common, fails_when_a_watched_socket_is_closed)
@@ -637,6 +801,24 @@ TEST(epoller, does_not_watch_what_lies_beyond_its_first_size)
     EXPECT_EQ(0, loop.expand(2));
     EXPECT_EQ(1, loop.add(b, EV_WRITE));
     EXPECT_EQ("1: a:write ", served(loop, nullptr));
+}
+
+// Entries are found by their descriptor: the first is taken for the other.
+TEST(epoller, confuses_two_objects_of_one_descriptor)
+{
+    socket_pair p;
+    client a("a", p.here);
+    client b("b", p.here);
+    epoller loop(4);
+    loop.add(a, EV_WRITE);
+    const int second = loop.add(b, EV_WRITE);
+    calls.clear();
+    EXPECT_EQ(2, loop.wait(nullptr));
+    EXPECT_EQ("a:write b:write ", calls);
+    EXPECT_EQ(0, loop.remove(second));
+    calls.clear();
+    EXPECT_EQ(1, loop.wait(nullptr)) << "what is left is the second entry";
+    EXPECT_EQ("", calls) << "whose object is gone";
 }
 
 TEST(epoller, removing_after_closing_leaves_the_others_alone)

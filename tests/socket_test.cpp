@@ -60,6 +60,28 @@ TEST(SockAddr, keeps_the_port_in_network_order_and_the_family_at_2)
     EXPECT_STREQ("1.2.3.4", a.get_ip_s());
 }
 
+TEST(SockAddr, is_an_ipv4_address_whatever_it_was)
+{
+    SockAddr a("9.9.9.9:9");
+    a.cast_sockaddr_in().sin_family = 7;
+    EXPECT_EQ(0, a.set_addr("1.2.3.4:5"));
+    EXPECT_EQ(2, a.cast_sockaddr_in().sin_family);
+    sockaddr& changeable = a;
+    const SockAddr& same = a;
+    const sockaddr& fixed = same;
+    EXPECT_EQ(static_cast<void*>(&a), &changeable);
+    EXPECT_EQ(&changeable, &fixed);
+    EXPECT_EQ(&same.cast_sockaddr(), &fixed);
+}
+
+TEST(SockAddr, shares_one_text_for_all)
+{
+    const char* const text = SockAddr("1.2.3.4").get_ip_s();
+    EXPECT_STREQ("1.2.3.4", text);
+    SockAddr("5.6.7.8").get_ip_s();
+    EXPECT_STREQ("5.6.7.8", text);
+}
+
 TEST(SockAddr, is_made_from_every_form)
 {
     EXPECT_STREQ("0.0.0.0:0", SockAddr().get_addr().c_str());
@@ -105,6 +127,32 @@ TEST(SockAddr, compares_addresses_before_ports)
     other_family.cast_sockaddr_in().sin_family = 7;
     EXPECT_TRUE(b == other_family);
     EXPECT_TRUE(b != c);
+}
+
+// The destructor takes two places, behind it stands detach.
+TEST(ipc, keeps_its_operations_in_their_order)
+{
+    EXPECT_EQ(0, slot_of(&ipc::send));
+    EXPECT_EQ(1, slot_of(&ipc::receive));
+    EXPECT_EQ(2, slot_of(&ipc::close));
+    EXPECT_EQ(3, slot_of(&ipc::print));
+    EXPECT_EQ(4, slot_of(&ipc::is_valid));
+    EXPECT_EQ(7, slot_of(&Socket::detach));
+    EXPECT_EQ(2 * sizeof(void*), sizeof(Socket)) << "the handle and nothing else";
+}
+
+TEST(ipc, is_what_a_socket_can_be_used_as)
+{
+    socket_pair p;
+    ipc& channel = p.here;
+    EXPECT_TRUE(channel.is_valid());
+    EXPECT_EQ(2, channel.send("ab", 2));
+    p.there.send("c", 1);
+    char byte = 0;
+    EXPECT_EQ(1, channel.receive(&byte, 1));
+    EXPECT_EQ('c', byte);
+    EXPECT_EQ(0, channel.close());
+    EXPECT_FALSE(channel.is_valid());
 }
 
 TEST(Socket, without_a_handle_fails_with_the_code_of_each_operation)
@@ -261,6 +309,15 @@ TEST(Socket, is_refused_where_nobody_listens)
     s.create();
     EXPECT_EQ(err::connection, s.connect(nobody));
     EXPECT_TRUE(s.is_valid()) << "the handle survives";
+
+    Socket server;
+    ASSERT_EQ(0, server.create_server(SockAddr("127.0.0.1", 0)));
+    ASSERT_EQ(0, server.getself(nobody));
+    s.create();
+    EXPECT_EQ(err::connection, s.connect(nobody)) << "bound, but not listening";
+    ASSERT_EQ(0, server.listen(1));
+    s.create();
+    EXPECT_EQ(0, s.connect(nobody));
 }
 
 TEST(Socket, exchanges_datagrams)
@@ -283,6 +340,17 @@ TEST(Socket, exchanges_datagrams)
     EXPECT_EQ(-1, a.send_to(nullptr, "abc", 3)) << "the platform's own failure: no destination";
     EXPECT_EQ(err::bad_argument, a.send_to(&to, "abc", 0x80000000u));
     EXPECT_EQ(err::bad_argument, a.recv_from(nullptr, text, 0x80000000u));
+}
+
+TEST(Socket, copies_its_handle_value)
+{
+    socket_pair p;
+    Socket copy(p.here);
+    EXPECT_EQ(p.here.get_socket(), copy.get_socket());
+    copy.close();
+    char byte;
+    EXPECT_EQ(err::shut_up, p.there.receive(&byte, 1));
+    p.here.detach();
 }
 
 TEST(Socket, owns_its_handle)
@@ -308,11 +376,13 @@ TEST(Socket, controls_take_the_windows_numbers)
     p.there.send("four", 4);
     const timeval limit = { 10, 0 };
     ASSERT_EQ(0, p.here.select(1, &limit));
-    unsigned long bytes = 0xAAAAAAAA;
+    unsigned long bytes = ~0ul;
     EXPECT_EQ(0, p.here.sockctl(static_cast<long>(0x4004667Fu), &bytes));
-    EXPECT_EQ(4u, bytes);
+    EXPECT_EQ(4u, bytes) << "all of it is stored";
     unsigned long on = 1;
     EXPECT_EQ(0, p.here.sockctl(static_cast<long>(0x8004667Eu), &on));
+    EXPECT_EQ(0, p.here.sockctl(static_cast<int>(0x8004667Eu), &on)) << "also where it is negative";
+    EXPECT_EQ(err::network, p.here.sockctl(12345, &on));
     char text[8];
     EXPECT_EQ(4, p.here.receive(text, 8));
     EXPECT_EQ(err::receive, p.here.receive(text, 8)) << "does not block";
@@ -431,6 +501,8 @@ TEST(sockset, ties_handles_to_their_sockets)
     EXPECT_EQ(3, cursor);
     int negative = -1;
     EXPECT_EQ(nullptr, set.get_socket(negative));
+    EXPECT_EQ(nullptr, set.get_socket(set.get_fdset(), negative));
+    EXPECT_EQ(-1, negative);
 
     EXPECT_EQ(0, set.remove(p[0].here));
     EXPECT_EQ(err::not_exist, set.remove(p[0].here));
