@@ -503,6 +503,13 @@ void set_callbacks(epoller& loop)
 }
 void set_callbacks(poller& loop) { loop.setwaitcallback(note_after, nullptr); }
 
+void set_no_callbacks(poller& loop) { loop.setwaitcallback(nullptr, nullptr); }
+template <class loop_type> void set_no_callbacks(loop_type& loop)
+{
+    loop.set_before_poll_cb(nullptr, nullptr);
+    loop.set_after_poll_cb(nullptr, nullptr);
+}
+
 template <class loop> struct failing_wait : testing::Test {
     std::string before() const { return std::is_same<loop, poller>::value ? "" : "before "; }
 };
@@ -543,6 +550,106 @@ TYPED_TEST(failing_wait, works_without_a_waker)
     const scripted_door door({ 1 });
     EXPECT_EQ(1, loop.wait(nullptr));
     EXPECT_EQ("poll(1,unlimited) read", calls);
+}
+
+// More than 1,024 that want to read: the 1,025th is left out, silently. What it wants besides is
+// watched.
+TYPED_TEST(failing_wait, leaves_out_what_a_set_has_no_room_for)
+{
+    TypeParam loop(1100);
+    std::vector<served> objects(1030);
+    for (unsigned i = 0; i < 1025; ++i) {
+        objects[i].fd += static_cast<int>(i);
+        ASSERT_EQ(static_cast<int>(i), loop.add(objects[i], EV_READ));
+    }
+    {
+        const scripted_door door({ 0 });
+        loop.wait(nullptr);
+        EXPECT_EQ("poll(1024,unlimited)", calls);
+    }
+    EXPECT_EQ(0, loop.set_events(1024, EV_READ | EV_WRITE));
+    {
+        const scripted_door door({ 0 });
+        loop.wait(nullptr);
+        EXPECT_EQ("poll(1025,unlimited)", calls);
+    }
+    EXPECT_EQ(0, loop.remove(0));
+    {
+        const scripted_door door({ 0 });
+        loop.wait(nullptr);
+        EXPECT_EQ("poll(1024,unlimited)", calls);
+    }
+}
+
+TYPED_TEST(failing_wait, never_enters_a_negative_descriptor)
+{
+    TypeParam loop(4);
+    served none;
+    none.fd = -1;
+    served some;
+    EXPECT_EQ(0, loop.add(none, EV_READ));
+    EXPECT_EQ(1, loop.add(some, EV_READ));
+    loop.set_events(0, EV_READ | EV_WRITE);
+    const scripted_door door({ 1 });
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("poll(1,unlimited) read", calls) << "and nobody is called for it";
+}
+
+TYPED_TEST(failing_wait, takes_a_null_callback_for_none)
+{
+    TypeParam loop(2);
+    served object;
+    loop.add(object, EV_READ);
+    set_callbacks(loop);
+    set_no_callbacks(loop);
+    const scripted_door door({ 1 });
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("poll(1,unlimited) read", calls);
+}
+
+// The counter of a set counts also who found no room in it, and goes down only for members.
+TEST(selector, counts_the_interest_of_who_is_not_watched)
+{
+    selector loop(1100);
+    std::vector<served> objects(1025);
+    for (unsigned i = 0; i < 1025; ++i) {
+        objects[i].fd += static_cast<int>(i);
+        loop.add(objects[i], EV_READ);
+    }
+    for (int i = 0; i < 1024; ++i)
+        EXPECT_EQ(0, loop.remove(i));
+    {
+        const scripted_door door({ -1 });
+        EXPECT_EQ(-1, loop.wait(nullptr));
+        EXPECT_EQ("poll(0,unlimited)", calls) << "nobody is watched, and still it waits";
+    }
+    EXPECT_EQ(0, loop.remove(1024));
+    {
+        const scripted_door door({ -1 });
+        EXPECT_EQ(-1, loop.wait(nullptr)) << "it was no member";
+    }
+    loop.refresh();
+    const scripted_door door;
+    EXPECT_EQ(0, loop.wait(nullptr));
+    EXPECT_EQ("sleep(0.10000)", calls) << "refresh counts afresh";
+}
+
+TEST(selector, counts_interest_once_for_what_is_wanted_already)
+{
+    selector loop(2);
+    served object;
+    const int index = loop.add(object, EV_READ);
+    for (const int events : { +EV_READ, EV_READ | EV_WRITE, +EV_WRITE, 0, +EV_READ, +EV_READ })
+        EXPECT_EQ(0, loop.set_events(index, events));
+    {
+        const scripted_door door({ 0 });
+        loop.wait(nullptr);
+        EXPECT_EQ("poll(1,unlimited)", calls);
+    }
+    EXPECT_EQ(0, loop.remove(index));
+    const scripted_door door;
+    loop.wait(nullptr);
+    EXPECT_EQ("sleep(0.10000)", calls);
 }
 
 TEST(selector, passes_the_time_limit_on_as_it_is)

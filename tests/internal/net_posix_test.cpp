@@ -8,12 +8,17 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 namespace {
@@ -304,6 +309,93 @@ TEST(system_calls, are_no_more_than_one_for_each_operation)
     p.here.send_n("abc", 3);
     p.there.recv_n(bytes, 3);
     EXPECT_EQ(4, call_count);
+}
+
+// ---- what the system's own numbers mean ------------------------------------------------
+
+TEST(sockctl, takes_the_native_numbers_too)
+{
+    socket_pair p;
+    p.there.send("four", 4);
+    p.here.select(1, nullptr);
+    unsigned long bytes = ~0ul;
+    EXPECT_EQ(0, p.here.sockctl(FIONREAD, &bytes));
+    EXPECT_EQ(4u, bytes);
+    unsigned long on = 1;
+    EXPECT_EQ(0, p.here.sockctl(FIONBIO, &on));
+    char text[8];
+    EXPECT_EQ(4, p.here.receive(text, 8));
+    EXPECT_EQ(err::receive, p.here.receive(text, 8)) << "does not block";
+}
+
+TEST(set_nodelay, sets_the_option_of_the_system)
+{
+    Socket s;
+    ASSERT_EQ(0, s.create());
+    for (const bool on : { true, false, true }) {
+        EXPECT_EQ(0, s.set_nodelay(on));
+        int value = -1;
+        socklen_t size = sizeof value;
+        getsockopt(static_cast<int>(s.get_socket()), 6, 1, &value, &size);
+        EXPECT_EQ(on, value != 0);
+    }
+}
+
+TEST(handles, are_not_inherited)
+{
+    socket_pair p;
+    listener server;
+    for (const Socket* s : { &p.here, &p.there, static_cast<Socket*>(&server) })
+        EXPECT_EQ(FD_CLOEXEC, fcntl(static_cast<int>(s->get_socket()), F_GETFD));
+}
+
+// A thousand handles far above what an fd_set of the system could hold.
+TEST(handles, of_any_number_can_be_waited_for)
+{
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max < 6000)
+        GTEST_SKIP() << "no such descriptors on this machine";
+    const rlimit before = limit;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    {
+        socket_pair p;
+        p.there.send("x", 1);
+        p.here.select(1, nullptr);
+        std::vector<std::unique_ptr<Socket>> copies;
+        sock_fd_set set = { 0, {} };
+        while (set.fd_count < 1024) {
+            const int copy = fcntl(static_cast<int>(p.here.get_socket()), F_DUPFD_CLOEXEC, 4000);
+            ASSERT_GE(copy, 4000);
+            copies.emplace_back(new Socket(static_cast<unsigned>(copy)));
+            set.fd_array[set.fd_count++] = copies.back()->get_socket();
+        }
+        EXPECT_EQ(1024, Socket::select(&set, nullptr, nullptr, nullptr));
+        EXPECT_EQ(copies.back()->get_socket(), set.fd_array[1023]);
+        EXPECT_EQ(0, copies.back()->select(1, nullptr));
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
+}
+
+template <class loop> struct high_handles : testing::Test { };
+TYPED_TEST_SUITE(high_handles, loops);
+
+TYPED_TEST(high_handles, are_served)
+{
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < 3000)
+        GTEST_SKIP() << "no such descriptors here";
+    socket_pair p;
+    const int high = fcntl(static_cast<int>(p.here.get_socket()), F_DUPFD_CLOEXEC, 2000);
+    Socket s(static_cast<unsigned>(high));
+    reader r(s);
+    TypeParam loop(2);
+    loop.add(r, EV_READ);
+    p.there.send("x", 1);
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ(1, r.reads);
 }
 
 // ---- signals ---------------------------------------------------------------------------
