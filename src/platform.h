@@ -37,7 +37,8 @@ extern const char sys_path_separator;
 /// The next character typed at the terminal, 0..255, without showing it and without waiting
 /// for the end of the line; -1 at the end of the input. Enter is 13 and backspace 8; keys that
 /// are no characters are passed over. While it waits the terminal is in a mode of
-/// its own: Ctrl-C, a signal that ends the program and a lost terminal leave it as it was.
+/// its own: Ctrl-C, a signal that ends the program, whichever thread it reaches, and a lost
+/// terminal leave it as it was.
 int sys_console_getch();
 /// Keeps that mode also between keys, so that the terminal never shows what is typed faster
 /// than it is taken. For the thread that takes the keys; a second call does nothing.

@@ -147,6 +147,41 @@ int key_of(int byte)
     }
 }
 
+constexpr int ending_signals[] = { SIGINT, SIGTERM, SIGHUP, SIGQUIT };
+
+termios mode_before_keys;
+
+/// What a signal that ends the program does when another thread gets it.
+void end_with_terminal_as_it_was(int number)
+{
+    tcsetattr(STDIN_FILENO, TCSANOW, &mode_before_keys);
+    signal(number, SIG_DFL);
+    raise(number); // delivered when this function has returned
+}
+
+/// Where nobody handles a signal that ends the program, `end_with_terminal_as_it_was` does, and stops
+/// to do so.
+void handle_ending_signals()
+{
+    struct sigaction ours = {};
+    ours.sa_handler = end_with_terminal_as_it_was;
+    sigaddset(&ours.sa_mask, SIGTTOU); // to set the mode also from the background
+    for (const int number : ending_signals) {
+        struct sigaction before;
+        if (sigaction(number, nullptr, &before) == 0 && before.sa_handler == SIG_DFL)
+            sigaction(number, &ours, nullptr);
+    }
+}
+
+void leave_ending_signals()
+{
+    for (const int number : ending_signals) {
+        struct sigaction now;
+        if (sigaction(number, nullptr, &now) == 0 && now.sa_handler == end_with_terminal_as_it_was)
+            signal(number, SIG_DFL);
+    }
+}
+
 /// The terminal's mode for reading single keys, put back when the object dies. Signals that
 /// end the program wait meanwhile, and keys that would send one arrive as characters, so
 /// that the mode is back before anything is delivered.
@@ -154,15 +189,16 @@ class key_mode {
 public:
     key_mode()
     {
-        is_on_ = tcgetattr(STDIN_FILENO, &before_) == 0;
+        is_on_ = tcgetattr(STDIN_FILENO, &mode_before_keys) == 0;
         if (!is_on_)
             return;
         sigset_t ending;
         sigemptyset(&ending);
-        for (const int signal : { SIGINT, SIGTERM, SIGHUP, SIGQUIT })
-            sigaddset(&ending, signal);
+        for (const int number : ending_signals)
+            sigaddset(&ending, number);
         pthread_sigmask(SIG_BLOCK, &ending, &signals_before_);
         ending_signals_ = signalfd(-1, &ending, SFD_CLOEXEC);
+        handle_ending_signals();
         apply();
     }
     key_mode(const key_mode&) = delete;
@@ -171,7 +207,8 @@ public:
     {
         if (!is_on_)
             return;
-        tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+        tcsetattr(STDIN_FILENO, TCSANOW, &mode_before_keys);
+        leave_ending_signals();
         if (ending_signals_ >= 0)
             close(ending_signals_);
         pthread_sigmask(SIG_SETMASK, &signals_before_, nullptr);
@@ -193,7 +230,7 @@ public:
 private:
     void apply() const
     {
-        termios keys = before_;
+        termios keys = mode_before_keys;
         keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG);
         keys.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IGNCR | ISTRIP);
         keys.c_cc[VMIN] = 1;
@@ -211,7 +248,6 @@ private:
         return ready > 0 && inputs[0].revents != 0;
     }
 
-    termios before_;
     sigset_t signals_before_;
     int ending_signals_;
     bool is_on_;

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Types at `kro shell` and `kro debug` through a pseudo-terminal and compares what the
-terminal shows, how the program ends and the mode that the terminal is left in.
+"""Types at `kro shell`, at `kro debug` and at a shell in a program with threads through a
+pseudo-terminal, and compares what the terminal shows, how the program ends and the mode
+that the terminal is left in.
 
-    shell_terminal.py KRO
+    shell_terminal.py KRO THREADED_SHELL
 """
 import fcntl
 import os
@@ -17,6 +18,7 @@ import time
 PATIENCE = 30
 SHELL_PROMPT = b"kro> "
 DEBUG_PROMPT = b"(debug) "
+THREADED_PROMPT = b"threads> "
 END_OF_INPUT = b"error: \xb6\xc1\xc8\xa1\xb1\xea\xd7\xbc\xca\xe4\xc8\xeb\xca\xa7\xb0\xdc\xa3\xac" \
                b"\xb3\xcc\xd0\xf2\xcd\xcb\xb3\xf6\r\n"
 
@@ -24,7 +26,7 @@ END_OF_INPUT = b"error: \xb6\xc1\xc8\xa1\xb1\xea\xd7\xbc\xca\xe4\xc8\xeb\xca\xa7
 class Terminal:
     """A program at a terminal of its own."""
 
-    def __init__(self, kro, folder, command, prompt):
+    def __init__(self, program, folder, command, prompt):
         self.prompt = prompt
         self.shown = b""
         self.seen = 0  # what was shown before the last keys were sent
@@ -37,7 +39,7 @@ class Terminal:
             fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
             for fd in (0, 1, 2):
                 os.dup2(self.slave, fd)
-            os.execv(kro, [kro] + command)
+            os.execv(program, [program] + command)
         self.wait_for_prompt()
 
     def mode(self):
@@ -141,6 +143,18 @@ def terminate(terminal, _):
     terminal.kill(signal.SIGTERM)
 
 
+def terminate_now(terminal, number):
+    terminal.wait_for_mode(echoes=False)
+    terminal.kill(number)
+
+
+def interrupt_command(terminal, _):
+    type_keys(terminal, b"run -")
+    terminal.send(b"\r")
+    terminal.wait_for_mode(echoes=True)
+    terminal.send(b"\x03")
+
+
 def hang_up(terminal, _):
     terminal.wait_for_mode(echoes=False)
     terminal.hang_up()
@@ -181,6 +195,7 @@ SHELL_CASES = [
     ("end of input behind keys", type_keys, b"ev\x04", b"ev" + END_OF_INPUT, 0),
     ("Ctrl-C", type_keys, b"ev\x03", b"ev", -signal.SIGINT),
     ("Ctrl-C behind a command", type_keys, b"eval 1\rev\x03", b"eval 1\r\n1\r\nkro> ev", -signal.SIGINT),
+    ("Ctrl-C in a command", interrupt_command, None, b"run -\r\n^C", -signal.SIGINT),
     ("Ctrl-\\", type_keys, b"\x1c", b"", -signal.SIGQUIT),
     ("a signal that ends the program", terminate, None, b"ev", -signal.SIGTERM),
     ("a lost terminal", hang_up, None, b"", -signal.SIGHUP),
@@ -196,29 +211,39 @@ DEBUG_CASES = [
     ("Ctrl-C", interrupt_lines, None, b"next\r\n| one\r\ns.xpp:2 in __main__\r\n    $[x = 1]\r\n(debug) ^C", -signal.SIGINT),
 ]
 
+# A signal to the program as a whole reaches a thread that does not wait for keys.
+THREADED_CASES = [
+    ("signal %d" % number, terminate_now, number, b"", -number)
+    for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT)
+] + [
+    ("Ctrl-C", type_keys, b"q\x03", b"q", -signal.SIGINT),
+    ("quit", type_keys, b"q\t\r", b"quit \r\n", 0),
+]
 
-def run(kro, command, prompt, begin, cases):
+
+def run(program, command, prompt, begin, cases):
     failures = 0
     for name, act, keys, expected, expected_status in cases:
         with tempfile.TemporaryDirectory() as folder:
             with open(os.path.join(folder, "s.xpp"), "wb") as script:
                 script.write(SCRIPT)
-            terminal = Terminal(kro, folder, command, prompt)
+            terminal = Terminal(program, folder, command, prompt)
             act(terminal, keys)
             shown, status, is_restored = terminal.end()
         if (shown, status, is_restored) != (begin + expected, expected_status, True):
             failures += 1
             print("%s, %s: shown %r, status %d, mode %s\n    expected %r, status %d" % (
-                command[0], name, shown[-1000:], status, "restored" if is_restored else "changed",
+                " ".join([os.path.basename(program)] + command), name, shown[-1000:], status, "restored" if is_restored else "changed",
                 (begin + expected)[-1000:], expected_status))
     return failures
 
 
 def main():
-    kro = os.path.abspath(sys.argv[1])
+    kro, threaded = map(os.path.abspath, sys.argv[1:])
     failures = run(kro, ["shell"], SHELL_PROMPT, SHELL_PROMPT, SHELL_CASES)
     failures += run(kro, ["debug", "s.xpp"], DEBUG_PROMPT, STOP, DEBUG_CASES)
-    print("%d sessions, %d failures" % (len(SHELL_CASES) + len(DEBUG_CASES), failures))
+    failures += run(threaded, [], THREADED_PROMPT, THREADED_PROMPT, THREADED_CASES)
+    print("%d sessions, %d failures" % (len(SHELL_CASES) + len(DEBUG_CASES) + len(THREADED_CASES), failures))
     return 1 if failures else 0
 
 
