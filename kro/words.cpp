@@ -210,7 +210,7 @@ bool read_number(const std::string& text, const command_option& o, int& number)
 
 bool is_choice(const std::string& text, const std::string& choices)
 {
-    return !text.empty() && text.find('|') == std::string::npos
+    return text.find('|') == std::string::npos
         && ("|" + choices + "|").find("|" + text + "|") != std::string::npos;
 }
 
