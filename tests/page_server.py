@@ -336,9 +336,10 @@ def the_shell_answers(server):
     lines = got.split("\n")
     assert re.fullmatch(r"connections \d+", lines[0]) and re.fullmatch(r"requests \d+", lines[1]), got
     expect(lines[2:4], ["ok", "ok"], "status and an empty line")
-    assert lines[4].startswith("language ") and lines[6].startswith("stop "), got
-    expect(lines[7:10], ["undefined symbol", "syntax error", "invalidate parameter"], "errors")
-    assert lines[10].startswith("connections"), got
+    expect([line.split()[0] for line in lines[4:8]], ["language", "quit", "status", "stop"], "commands")
+    expect(lines[8:11], ["undefined symbol", "syntax error", "invalidate parameter"], "errors")
+    assert lines[11].startswith("connections"), got
+    expect(server.admin("quit", "status"), "ok\n", "quit")
     assert server.admin("x" * 600).count("ok") == 0
     expect(server.admin("language chinese"), "ok\n", "language")
     expect_error(server, "/failing?0", 500)

@@ -11,7 +11,7 @@ What is an example:
 All examples of a page share one scratch folder. A cpp or xpp block that is
 neither a file nor followed by ```output is an error: nothing stands unproved.
 Commands find the tool as `kro`, and the path of its program in $KRO; the programs
-`example_...` beside it go by their names too.
+`example_...` and `page_server` beside it go by their names too, and the folder of the examples is $EXAMPLES.
 In expected output, a line "..." stands for any lines.
 """
 import argparse
@@ -60,12 +60,14 @@ class Page:
         self.env = dict(os.environ, LC_ALL="C.UTF-8")
         tool_dir = scratch / ".bin"
         tool_dir.mkdir()
-        beside = pathlib.Path(args.kro).parent.glob("example_*")
+        folder = pathlib.Path(args.kro).parent
+        beside = [p for kind in ("example_*", "page_server*") for p in folder.glob(kind)]
         for program in [pathlib.Path(args.kro)] + [p for p in beside if p.suffix in ("", ".exe")]:
             wrapper = tool_dir / program.stem
             wrapper.write_text("#!/bin/sh\nexec %s %s \"$@\"\n" % (args.emulator.replace(";", " "), program))
             wrapper.chmod(0o755)
         self.env["KRO"] = args.kro
+        self.env["EXAMPLES"] = str(pathlib.Path(__file__).resolve().parent.parent / "examples")
         self.env["PATH"] = "%s:%s" % (tool_dir, os.environ["PATH"])
 
     def run(self, command, **kwargs):

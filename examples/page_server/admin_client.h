@@ -31,6 +31,7 @@ private:
     }
     static admin_client& self(shell* of) { return *static_cast<admin_client*>(of); }
     static int language(shell* of, int argc, char** argv) { return self(of).server_.log.set_language(argc == 2 ? argv[1] : ""); }
+    static int quit(shell*, int, char**) { return err::exit; }
     static int status(shell* of, int, char**) {
         const server& s = self(of).server_;
         return self(of).out_.print(99, "connections %u\nrequests %u\n", s.client_count, s.request_count), 0;
@@ -39,6 +40,7 @@ private:
 
     static constexpr cmd commands[] = {
         { "language", language, "english|chinese: the language of the log" },
+        { "quit", quit, "ends this connection" },
         { "status", status, "what the server does" },
         { "stop", stop, "finishes open requests and ends the server" },
         { nullptr, nullptr, nullptr },
