@@ -264,6 +264,8 @@ short machine_state::quick_type_at(int addr) const
         return VAR_INT_OPERATOR;
     if (is_int(*c) && is_operator(c[1]))
         return INT_OPERATOR;
+    if (c->type_ == GETVAR && c[1].type_ == RETVAL && c[2].type_ == RET)
+        return VAR_RETURN;
     return xcode::quick_of(c->type_);
 }
 

@@ -368,6 +368,13 @@ loop_end machine_state::execute(unsigned base)
             if (one_int(a) && int_variable(c, b) && operate(nullptr, a, b, top - 1))
                 continue;
             [[fallthrough]];
+        case VAR_RETURN:
+            if (next->type_ == RETVAL && next[1].type_ == RET && context->return_addr_ >= 0 && int_variable(c, a)) {
+                return_value = a;
+                return_int_to(context->return_addr_, a);
+                continue;
+            }
+            [[fallthrough]];
         case GETVAR: {
             if (c.state_ != layout || top == limit)
                 break;

@@ -152,7 +152,8 @@ enum quick_type : short {
     VAR_INT_OPERATOR = 64, // GETVAR, STORE of an int, an operator
     VAR_VAR_OPERATOR,      // GETVAR, GETVAR, an operator
     VAR_OPERATOR,          // GETVAR, an operator
-    INT_OPERATOR           // STORE of an int, an operator
+    INT_OPERATOR,          // STORE of an int, an operator
+    VAR_RETURN             // GETVAR, RETVAL, RET
 };
 
 struct line_entry {

@@ -337,6 +337,90 @@ TEST(xmachine, calls_and_returns)
     EXPECT_EQ(run({ RET }, { { STORE, "a" }, OUTPUT, RET, { STORE, "b" }, OUTPUT }), "a");
 }
 
+TEST(xmachine, returns_onto_a_full_stack)
+{
+    // The stack grows by 512 places; the values differ, so that none are folded.
+    const std::vector<std::vector<op>> procedures = {
+        { { STORE, 5 }, RETVAL, RET },
+        { { STORE, 2.5 }, RETVAL, RET },
+        { { VAR, "x" }, { GETVAR, "x" }, { STORE, 5 }, EVAL, { GETVAR, "x" }, RETVAL, RET },
+    };
+    for (const auto& procedure : procedures) {
+        for (int count = 508; count < 516; ++count) {
+            std::vector<op> main;
+            for (int i = 0; i < count; ++i)
+                main.push_back({ STORE, i * i });
+            main.push_back({ CALL, "f" });
+            main.push_back(OUTPUT);
+            for (int i = 0; i < count; ++i)
+                main.push_back(PLUS);
+            main.push_back(OUTPUT);
+            main.push_back(HALT);
+            hand_made made;
+            made.add("f", procedure);
+            made.add("__main__", main);
+            const int squares = (count - 1) * count * (2 * count - 1) / 6;
+            const base_var returned = procedure[0].code.get_operand().is_double() ? base_var(2.5) : base_var(5);
+            const std::string first = returned.to_string().c_str();
+            EXPECT_EQ(made.run(), first + (base_var(squares) + returned).to_string().c_str()) << count;
+        }
+    }
+}
+
+TEST(xmachine, returns_variables)
+{
+    const std::vector<op> f = { { GETARG, "a" }, { GETVAR, "a" }, RETVAL, RET };
+    static const struct {
+        base_var value;
+        const char* result;
+    } rows[] = {
+        { 5, "55" },
+        { -1, "-1-1" },
+        { 2.5, "2.52.5" },
+        { "text", "texttext" },
+        { base_var(), "!80000003 " },
+        { error_value(err::timeout), "!8002000c invalid variable." },
+    };
+    for (const auto& r : rows) {
+        // The value comes back twice: what was returned is kept for a procedure that returns nothing.
+        const std::vector<op> main = { { STORE, r.value }, { PUSH, 1 }, { CALL, "f" }, OUTPUT, { CALL, "g" }, OUTPUT, HALT };
+        for (const bool by_steps : { false, true }) {
+            hand_made made;
+            made.add("f", f);
+            made.add("g", { RET });
+            made.add("__main__", main);
+            EXPECT_EQ(by_steps ? made.run_stepping() : made.run(), r.result);
+            if (made.machine.get_last_error().get_err() < 0)
+                continue;
+            // So for the host.
+            cycque<base_var> arguments;
+            arguments.push_back(r.value);
+            base_var result;
+            EXPECT_EQ(made.machine.call("f", result, arguments), 0);
+            EXPECT_EQ(result.to_string(), base_var(r.value).to_string());
+        }
+    }
+    // A variable of the host; the main text returns too, and ends.
+    hand_made made;
+    made.add("f", { { GETVAR, "v" }, RETVAL, RET });
+    made.add("__main__", { { CALL, "f" }, OUTPUT, { VAR, "x" }, { GETVAR, "x" }, { STORE, 1 }, EVAL, { GETVAR, "x" }, RETVAL, RET,
+                           { STORE, 9 }, OUTPUT });
+    made.machine.get_field().add_var("v", 7);
+    EXPECT_EQ(made.run(), "7");
+    // Changed code: other instructions behind the variable.
+    hand_made changed;
+    changed.add("f", { { GETARG, "a" }, { GETVAR, "a" }, RETVAL, RET, { STORE, 8 }, RETVAL, RET });
+    changed.add("__main__", { { STORE, 3 }, { PUSH, 1 }, { CALL, "f" }, OUTPUT, HALT });
+    EXPECT_EQ(changed.run(), "3");
+    changed.machine.get_code(3).set_type(NOP);
+    EXPECT_EQ(changed.run(), "8");
+    changed.machine.get_code(2).set_type(OUTPUT);
+    EXPECT_EQ(changed.run(), "38");
+    changed.machine.get_code(2).set_type(RETVAL);
+    changed.machine.get_code(3).set_type(RET);
+    EXPECT_EQ(changed.run(), "3");
+}
+
 TEST(xmachine, keeps_values_that_statements_leave_until_the_activation_ends)
 {
     hand_made made;
