@@ -1,5 +1,7 @@
 // Child processes, shared memory and modules. The program is its own child:
 // started with the name of one of the roles below, it plays it.
+#include "patience.h"
+
 #include <stdkro/process.h>
 #include <stdkro/thread.h>
 #include <stdkro/xcpt.h>
@@ -161,17 +163,6 @@ const std::map<std::string, int (*)(const words&)> roles = {
 };
 
 // ---- helpers of the tests --------------------------------------------------
-
-template <class F> bool eventually(F condition)
-{
-    timer t;
-    while (!condition()) {
-        if (t.spend() > 20000)
-            return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 std::string read_all(std::FILE* f)
 {
@@ -365,6 +356,8 @@ TEST(child_process, what_cannot_be_started)
     const scratch s;
     const std::string text_file = s.file("text.txt", "not a program\n");
     const std::string empty_file = s.file("empty");
+    const std::string marked_text = s.file("marked", "not a program\n");
+    fs::permissions(marked_text, fs::perms::owner_all);
     const std::string folder = s.folder.string();
     const std::string missing = folder + "/missing";
     const struct { const char* application; const char* directory; const char* why; } cases[] = {
@@ -373,6 +366,7 @@ TEST(child_process, what_cannot_be_started)
         { missing.c_str(), nullptr, "missing file" },
         { folder.c_str(), nullptr, "a folder" },
         { text_file.c_str(), nullptr, "a text file" },
+        { marked_text.c_str(), nullptr, "a text file that may be executed" },
         { empty_file.c_str(), nullptr, "an empty file" },
         { "cmd.exe", nullptr, "in PATH only" },
         { "sh", nullptr, "in PATH only" },

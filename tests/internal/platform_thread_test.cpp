@@ -1,4 +1,5 @@
 // The platform door: threads and locks. One test for each contract.
+#include "../patience.h"
 #include "handle_table.h"
 #include "platform.h"
 #include "time_limit.h"
@@ -13,26 +14,6 @@
 #include <thread>
 
 namespace {
-
-void breathe()
-{
-#if defined(__SANITIZE_THREAD__)
-    std::this_thread::sleep_for(std::chrono::microseconds(50));
-#else
-    std::this_thread::yield();
-#endif
-}
-
-template <class F> bool eventually(F condition)
-{
-    const double end = sys_ticks() + 10 * sys_ticks_per_second();
-    while (!condition()) {
-        if (sys_ticks() > end)
-            return false;
-        breathe();
-    }
-    return true;
-}
 
 struct call {
     void (*run)(void*);
@@ -137,7 +118,7 @@ TEST(door, who_waits_for_a_closed_semaphore_is_left_alone)
     running t([](void* argument) {
         shared& with = *static_cast<shared*>(argument);
         with.stage = 1;
-        EXPECT_EQ(sys_semaphore_wait(with.sem, 100), sys_wait_timeout);
+        EXPECT_EQ(sys_semaphore_wait(with.sem, 1000), sys_wait_timeout);
     }, &s);
     EXPECT_TRUE(eventually([&] { return s.stage == 1; }));
     EXPECT_EQ(sys_thread_wait(t.handle, 20), sys_wait_timeout) << "asleep by now";

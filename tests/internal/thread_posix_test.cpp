@@ -1,4 +1,5 @@
 // Signals, and a system without threads: what the POSIX side of the door makes of them.
+#include "../patience.h"
 #include "allocation_failure.h"
 #include "platform.h"
 
@@ -35,19 +36,6 @@ namespace {
 
 using worker = ::thread;
 
-void rest() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
-
-template <class F> bool eventually(F condition)
-{
-    timer t;
-    while (!condition()) {
-        if (t.spend() > 30000)
-            return false;
-        rest();
-    }
-    return true;
-}
-
 // Counts for as long as it is told to, and watches its errno.
 struct counter {
     std::atomic<unsigned> turns { 0 };
@@ -65,7 +53,7 @@ struct counter {
                 ++with.turns;
             if (errno != 77 || with.turns == last)
                 with.errno_changed = true;
-            rest();
+            breathe();
         }
     }
     int start() { return w.start(this, run, nullptr); }
