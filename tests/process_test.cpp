@@ -20,6 +20,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <unistd.h> // dup and close, on both systems
@@ -245,6 +246,9 @@ bool is_zombie(int id)
 
 TEST(child_process, begins_empty)
 {
+    EXPECT_TRUE(std::has_virtual_destructor<process>::value);
+    EXPECT_TRUE(std::has_virtual_destructor<sharemem>::value);
+    EXPECT_TRUE(std::has_virtual_destructor<module>::value);
     process p;
     int exit_code = 7;
     EXPECT_FALSE(p.is_valid());

@@ -1,5 +1,6 @@
 // Locks, threads, tables of threads, and the stopwatch.
 #include "patience.h"
+#include "virtual_slot.h"
 
 #include <stdkro/platform_types.h>
 #include <stdkro/thread.h>
@@ -15,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 using worker = ::thread;
@@ -109,6 +111,14 @@ TEST(sync_object, trylock_is_lock_without_limit)
     p.lock_result = false;
     EXPECT_FALSE(p.trylock());
     EXPECT_EQ(p.calls, "lock(null) lock(null) ");
+}
+
+TEST(sync_object, has_its_functions_in_this_order)
+{
+    EXPECT_EQ(slot_of(&sync_object::lock), 0u);
+    EXPECT_EQ(slot_of(&sync_object::unlock), 1u);
+    EXPECT_EQ(slot_of(&sync_object::trylock), 2u);
+    EXPECT_TRUE(std::has_virtual_destructor<sync_object>::value);
 }
 
 // ---- sync_sem --------------------------------------------------------------
@@ -608,6 +618,18 @@ TEST(thread_object, runs_doExecute_with_its_argument)
     brief_worker base;
     ASSERT_EQ(base.start(), 0) << "the base class does nothing";
     base.wait_done();
+}
+
+TEST(thread_object, has_its_destructor_first)
+{
+    struct open_worker : worker {
+        using worker::doExecute;
+    };
+    EXPECT_EQ(slot_of(&open_worker::doExecute), 2u); // the destructor takes two entries
+    EXPECT_TRUE(std::has_virtual_destructor<worker>::value);
+    EXPECT_FALSE(std::is_copy_constructible<worker>::value || std::is_copy_assignable<worker>::value);
+    EXPECT_FALSE(std::is_copy_constructible<threads>::value || std::is_copy_assignable<threads>::value);
+    EXPECT_FALSE(std::is_copy_constructible<smart_lock>::value || std::is_copy_assignable<smart_lock>::value);
 }
 
 TEST(thread_object, wants_a_function)
