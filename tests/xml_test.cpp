@@ -355,6 +355,19 @@ TEST(xml_reader, a_name_has_at_most_127_characters)
     EXPECT_EQ("( 80000008", events_of("<" + longer));
 }
 
+// Names repeat, and a reader may expect the next one: not behind the end of the text.
+TEST(xml_reader, a_name_that_repeats_may_end_with_the_text)
+{
+    for (std::size_t n = 1; n <= 20; ++n) {
+        const string name(n, 'n');
+        EXPECT_EQ("( <" + name + " <" + name + " 80020005", events_of("<" + name + "><" + name + "><" + name)) << n;
+        const string longer = name + "n";
+        EXPECT_EQ("( <" + name + " <" + name + " <" + longer + " 4> 80020007",
+                  events_of("<" + name + "><" + name + "><" + longer + "/>"))
+            << n;
+    }
+}
+
 TEST(xml_reader, messages)
 {
     const struct {

@@ -814,6 +814,13 @@ TEST(xml_value, set_makes_what_is_missing)
     EXPECT_EQ(err::not_exist, doc.all()->set_value("/r/#pi", "v", 1));
     EXPECT_EQ("#(r(?p))", dump(*doc.all()));
     EXPECT_EQ(err::invalid_parameter, doc.all()->set_value(nullptr, "v"));
+    // What stands before the root is no root.
+    xml_doc declared("r");
+    EXPECT_EQ(err::overflow, declared.all()->set_value("/s", "v"));
+    EXPECT_EQ(0, declared.all()->rmdir("/r"));
+    declared.all()->add("c", XML_COMMENT);
+    EXPECT_EQ(0, declared.all()->set_value("/s", "v"));
+    EXPECT_EQ("#(?xml[version=1.0,encoding=gb2312] !c! s('v'))", dump(*declared.all()));
     xml_doc empty;
     EXPECT_EQ(0, empty.all()->set_value("/r/a", "v"));
     EXPECT_EQ("#(r(a('v')))", dump(*empty.all()));
