@@ -2,9 +2,12 @@
 #include <stdkro/option.h>
 #include <stdkro/xcpt.h>
 
+#include "virtual_slot.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -50,6 +53,16 @@ struct settings {
 };
 
 } // namespace
+
+TEST(option_pattern, has_its_fields_in_this_order)
+{
+    EXPECT_EQ(0u, offsetof(option_pattern, name));
+    EXPECT_EQ(sizeof(char*), offsetof(option_pattern, short_name));
+    EXPECT_EQ(sizeof(char*) + sizeof(int), offsetof(option_pattern, kind));
+    EXPECT_EQ(sizeof(char*) + 2 * sizeof(int), offsetof(option_pattern, target));
+    EXPECT_TRUE(std::has_virtual_destructor<option_functor>::value);
+    EXPECT_EQ(2u, slot_of(&option_functor::call)); // behind the destructor
+}
 
 TEST(match_opt, follows_the_form_of_the_argument)
 {

@@ -3,8 +3,11 @@
 #include <stdkro/shell.h>
 #include <stdkro/xcpt.h>
 
+#include "virtual_slot.h"
+
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -90,6 +93,15 @@ struct typed_input {
 };
 
 } // namespace
+
+TEST(shell, has_its_functions_and_fields_in_this_order)
+{
+    EXPECT_EQ(0u, slot_of(&shell::doDefault)); // before the destructor
+    EXPECT_TRUE(std::has_virtual_destructor<shell>::value);
+    EXPECT_EQ(0u, offsetof(shell::cmd, name));
+    EXPECT_EQ(sizeof(void*), offsetof(shell::cmd, handler));
+    EXPECT_EQ(2 * sizeof(void*), offsetof(shell::cmd, help));
+}
 
 TEST(shell, runs_the_command_that_a_line_names)
 {

@@ -1,6 +1,8 @@
 // The unit-test framework: its reports compared as whole texts.
 #include <stdkro/testrunner.h>
 
+#include "virtual_slot.h"
+
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -56,6 +58,19 @@ std::string report_of(test& t)
 }
 
 } // namespace
+
+TEST(testrunner, has_its_functions_in_this_order)
+{
+    // Behind the destructor.
+    EXPECT_EQ(2u, slot_of(&test::hasChilds));
+    EXPECT_EQ(3u, slot_of(&test::runTest));
+    EXPECT_EQ(4u, slot_of(&testcase::setUp));
+    EXPECT_EQ(5u, slot_of(&testcase::tearDown));
+    EXPECT_EQ(2u, slot_of(&testrunner::output));
+    EXPECT_EQ(3u, slot_of(&testrunner::reportError));
+    EXPECT_TRUE(std::has_virtual_destructor<test>::value);
+    EXPECT_TRUE(std::has_virtual_destructor<testrunner>::value);
+}
 
 TEST(testrunner, reports_a_suite_of_passing_cases)
 {
