@@ -162,8 +162,7 @@ int rdfa::match(const char* text) const { return match(text, text ? text + std::
 // nothing, saves no register and jumps nowhere.
 int rdfa::match(const char* begin, const char* end) const
 {
-    const bool other = !end || num_col() != byte_columns || end - begin > short_text;
-    if (__builtin_expect(other, false))
+    if (__builtin_expect(!end || num_col() != byte_columns || end - begin > short_text, false))
         return match_other(begin, end);
     return run_short(begin, end);
 }
