@@ -8,6 +8,7 @@
 
 #include <stdkro/platform_types.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -202,9 +203,12 @@ int sys_select(sock_fd_set* readable, sock_fd_set* writable, sock_fd_set* except
         return -1;
     sock_fd_set* const sets[3] = { readable, writable, exceptional };
     sock_fd_set before[3];
-    for (int k = 0; k < 3; ++k)
-        if (sets[k])
-            before[k] = *sets[k];
+    for (int k = 0; k < 3; ++k) {
+        if (!sets[k])
+            continue;
+        sets[k]->fd_count = std::min(sets[k]->fd_count, 1024u);
+        before[k] = *sets[k];
+    }
 
     timeval capped = limit ? *limit : timeval();
     if (capped.tv_sec < 0 || capped.tv_usec < 0)

@@ -474,9 +474,27 @@ TEST(select, fails_at_once_for_nothing_and_for_dead_handles)
     }
     for (const unsigned handle : { dead, 0xFFFFFFFFu }) {
         sock_fd_set set = { 2, { p.here.get_socket(), handle } };
+        sock_fd_set ready = { 1, { p.here.get_socket() } };
         EXPECT_EQ(err::network, Socket::select(&set, nullptr, nullptr, nullptr)) << handle;
+        EXPECT_EQ(err::network, Socket::select(&ready, &set, nullptr, nullptr)) << handle;
+        EXPECT_EQ(err::network, Socket::select(&ready, nullptr, &set, nullptr)) << handle;
         EXPECT_EQ(2u, set.fd_count);
+        EXPECT_EQ(handle, set.fd_array[1]);
+        EXPECT_EQ(1u, ready.fd_count);
     }
+}
+
+TEST(select, looks_at_1024_members_at_most)
+{
+    socket_pair p;
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    sock_fd_set set;
+    set.fd_count = 5000;
+    for (unsigned& member : set.fd_array)
+        member = p.here.get_socket();
+    EXPECT_EQ(1, Socket::select(&set, nullptr, nullptr, nullptr));
+    EXPECT_EQ(1u, set.fd_count);
 }
 
 TEST(sockset, ties_handles_to_their_sockets)

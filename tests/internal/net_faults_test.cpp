@@ -710,6 +710,22 @@ template <class loop_type> void check_limits(const char* (*expected)(int))
     }
 }
 
+TEST(poller, keeps_the_low_16_bits_of_events)
+{
+    poller loop(2);
+    served object;
+    const int index = loop.add(object, 0x10000);
+    {
+        const scripted_door door({ -1 });
+        EXPECT_EQ(-1, loop.wait(nullptr));
+        EXPECT_EQ("poll(0,unlimited)", calls);
+    }
+    loop.set_events(index, 0x10000 | EV_READ);
+    const scripted_door door({ 1 });
+    EXPECT_EQ(1, loop.wait(nullptr));
+    EXPECT_EQ("poll(1,unlimited) read", calls);
+}
+
 TEST(poller, passes_its_time_limit_in_milliseconds)
 {
     check_limits<poller>([](int i) { return limits[i].of_poller; });
