@@ -143,7 +143,7 @@ int sys_ready_set(sys_ready_list* list, sys_watch* watch, short wanted);
 /// to be closed. After both `limit` (null: none) is what is left of it.
 ///
 /// Sockets closed by sys_socket_close are missed at once, those closed elsewhere a twentieth of a
-/// second later at most.
+/// second later, or a second as long as others are ready.
 int sys_ready_wait(sys_ready_list* list, sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit);
 
 /// Something to end a wait with from another thread, or sys_no_socket. Close it

@@ -753,7 +753,9 @@ int wait_for_events(int epoll, epoll_event* events, int room, const timespec* li
 } // namespace
 
 struct sys_ready_list {
-    static constexpr int verifying_period_ms = 50;
+    // All descriptors are verified that often, the latter as long as some are ready at every wait.
+    static constexpr int period_ms = 50;
+    static constexpr int busy_period_ms = 1000;
     static constexpr std::uint64_t waker_mark = ~0ull;
 
     sys_ready_list(unsigned capacity, unsigned waker)
@@ -791,14 +793,15 @@ struct sys_ready_list {
 
     int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
     {
-        const bool is_due = ms_until_due() <= 0;
-        if (is_of_other_process() || !verify_closed(watches, count) || (is_due && !verify_all(watches, count)))
+        if (is_of_other_process() || !verify_closed(watches, count)
+            || (ms_since_verified() >= busy_period_ms && !verify_all(watches, count)))
             return sys_ready_stale;
         // Mostly something is ready, and a look that does not wait costs least.
         const int n = epoll_wait(epoll_, events_.get(), room_, 0);
         if (n > 0)
             return collect(n, ready);
-        if (n < 0 && errno != EINTR)
+        const bool is_due = ms_since_verified() >= period_ms;
+        if ((n < 0 && errno != EINTR) || (is_due && !verify_all(watches, count)))
             return sys_ready_stale;
         if (limit && limit->tv_sec == 0 && limit->tv_usec == 0)
             return 0;
@@ -838,7 +841,7 @@ private:
         return std::all_of(watches, watches + count, [&](const sys_watch& w) { return w.wanted == 0 || is_same(w); });
     }
 
-    long long ms_until_due() const { return verified_ + verifying_period_ms - coarse_ms(); }
+    long long ms_since_verified() const { return coarse_ms() - verified_; }
 
     bool verify_closed(sys_watch* watches, unsigned count)
     {
@@ -858,7 +861,7 @@ private:
     int wait_long(sys_watch* watches, unsigned count, sys_poll_record* ready, countdown& time, bool is_verified)
     {
         for (;;) {
-            const long long due_ms = is_verified ? 0 : ms_until_due();
+            const long long due_ms = is_verified ? 0 : period_ms - ms_since_verified();
             if (!is_verified && due_ms <= 0) {
                 if (!verify_all(watches, count))
                     return sys_ready_stale;
