@@ -80,7 +80,7 @@ namespace {
 
 constexpr unsigned socket_count = 1000;
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int cost_of_checks = 3;
 #else
 constexpr int cost_of_checks = 1;
