@@ -4,6 +4,7 @@
 #include <stdkro/xcpt.h>
 
 #include "guarded_text.h"
+#include "virtual_slot.h"
 
 #include <gtest/gtest.h>
 
@@ -102,6 +103,15 @@ TEST(dfa, a_new_table_is_empty)
     EXPECT_EQ(0, table.num_col());
     EXPECT_EQ(nullptr, table.get_table());
     static_assert(std::has_virtual_destructor<dfa>::value, "automata are deleted through their base");
+}
+
+TEST(dfa, has_its_functions_in_this_order)
+{
+    struct open_dfa : dfa {
+        using dfa::on_create;
+    };
+    EXPECT_EQ(0u, slot_of(&dfa::clear)); // before the destructor
+    EXPECT_EQ(3u, slot_of(&open_dfa::on_create));
 }
 
 TEST(dfa, create_makes_rows_and_columns)

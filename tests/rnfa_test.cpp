@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -95,6 +97,20 @@ TEST(rnfa, a_new_automaton_is_empty)
     EXPECT_EQ("0>1 0 1:5", text_of(*fragment));
     fragment->clear();
     EXPECT_EQ("-1>-1", text_of(*fragment));
+}
+
+TEST(rnfa, states_and_arcs_are_numbers_of_16_bits_in_this_order)
+{
+    EXPECT_EQ(0u, offsetof(rnfa::state, expr));
+    EXPECT_EQ(2u, offsetof(rnfa::state, first));
+    EXPECT_EQ(4u, offsetof(rnfa::state, end));
+    EXPECT_EQ(6u, sizeof(rnfa::state));
+    EXPECT_EQ(0u, offsetof(rnfa::arc, symbol));
+    EXPECT_EQ(2u, offsetof(rnfa::arc, target));
+    EXPECT_EQ(4u, sizeof(rnfa::arc));
+    EXPECT_EQ(0u, offsetof(rnfa_match_result, begin));
+    EXPECT_EQ(sizeof(char*), offsetof(rnfa_match_result, end));
+    static_assert(std::is_base_of<rparser::rbase, rnfa>::value, "fragments travel through the parser");
 }
 
 TEST(rnfa, a_new_state_has_nothing)

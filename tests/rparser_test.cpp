@@ -2,6 +2,8 @@
 #include <stdkro/rnfa.h>
 #include <stdkro/xcpt.h>
 
+#include "virtual_slot.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -307,6 +309,33 @@ static const struct {
     { "{", "80020007 identifer's declaration invalid." },
     { "x{\xFF}", "atom(x)=1 80020007 identifer's declaration invalid." },
 };
+
+TEST(rparser, has_its_callbacks_in_this_order)
+{
+    class open_callbacks : public rparser {
+    public:
+        using rparser::doRevoke;
+        using rparser::onAtom;
+        using rparser::onCat;
+        using rparser::onConnect;
+        using rparser::onEndRule;
+        using rparser::onID;
+        using rparser::onOR;
+        using rparser::onRep;
+        using rparser::onSet;
+    };
+    // Behind the destructor.
+    EXPECT_EQ(2u, slot_of(&open_callbacks::onID));
+    EXPECT_EQ(3u, slot_of(&open_callbacks::onAtom));
+    EXPECT_EQ(4u, slot_of(&open_callbacks::onSet));
+    EXPECT_EQ(5u, slot_of(&open_callbacks::onRep));
+    EXPECT_EQ(6u, slot_of(&open_callbacks::onCat));
+    EXPECT_EQ(7u, slot_of(&open_callbacks::onOR));
+    EXPECT_EQ(8u, slot_of(&open_callbacks::onConnect));
+    EXPECT_EQ(9u, slot_of(&open_callbacks::onEndRule));
+    EXPECT_EQ(10u, slot_of(&open_callbacks::doRevoke));
+    EXPECT_EQ(sizeof(void*), sizeof(rparser::rbase)); // holds nothing
+}
 
 TEST(rparser, reports_each_construct_to_its_callback)
 {
