@@ -1,5 +1,7 @@
 // Children, memory and names when single system calls fail or are interrupted: what the
 // POSIX side of the door gives back then.
+#include "platform.h"
+
 #include <stdkro/process.h>
 #include <stdkro/xcpt.h>
 
@@ -315,6 +317,51 @@ TEST(a_child, gets_the_same_signals_started_suspended_or_not)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     EXPECT_NE(plain.find("SigBlk:\t0000000000000200"), std::string::npos) << plain;
     EXPECT_EQ(plain, suspended);
+}
+
+TEST(a_child, is_suspended_127_times_at_the_most)
+{
+    const sys_launch request = { "/bin/sleep", nullptr, "sleep 1000", true, 0, false };
+    sys_process child;
+    ASSERT_EQ(sys_process_start(&request, &child, nullptr), 0);
+    for (int i = 1; i < 127; ++i)
+        ASSERT_EQ(sys_process_suspend(&child), i);
+    EXPECT_EQ(sys_process_suspend(&child), -1);
+    for (int i = 127; i > 0; --i)
+        ASSERT_EQ(sys_process_resume(&child), i);
+    EXPECT_EQ(sys_process_resume(&child), 0);
+    EXPECT_EQ(sys_process_kill(&child, -1), 0);
+    EXPECT_EQ(sys_process_suspend(&child), -1) << "it is gone";
+    EXPECT_EQ(sys_process_resume(&child), -1);
+    EXPECT_EQ(sys_process_kill(&child, -1), -1);
+    sys_process_close(&child);
+    EXPECT_FALSE(has_children());
+}
+
+TEST(a_pipe, stays_away_from_standard_descriptors_that_are_closed)
+{
+    for (const bool suspended : { false, true }) {
+        const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
+        close(STDIN_FILENO);
+        const int before = open_descriptors();
+        process p;
+        std::FILE* out = p.start("/bin/echo", nullptr, "echo \"a word\"", "r", suspended);
+        const int fd = out ? fileno(out) : -1;
+        std::string text;
+        if (out) {
+            p.resume();
+            text = read_all(out);
+            std::fclose(out);
+        }
+        const int exit_code = p.wait_done();
+        const int after = open_descriptors();
+        __real_dup2(input, STDIN_FILENO);
+        close(input);
+        EXPECT_GT(fd, STDERR_FILENO);
+        EXPECT_EQ(text, "a word\n");
+        EXPECT_EQ(exit_code, 0);
+        EXPECT_EQ(after, before);
+    }
 }
 
 TEST(a_wait_for_a_child, goes_on_after_an_interruption)

@@ -20,6 +20,7 @@
 namespace {
 
 bool no_threads = false;
+std::atomic<bool> slow_ids { false };
 
 } // namespace
 
@@ -29,6 +30,15 @@ int __real_pthread_create(pthread_t* made, const pthread_attr_t* how, void* (*ru
 int __wrap_pthread_create(pthread_t* made, const pthread_attr_t* how, void* (*run)(void*), void* argument)
 {
     return no_threads ? EAGAIN : __real_pthread_create(made, how, run, argument);
+}
+
+// Asked for the number of a thread.
+int __real_pthread_getcpuclockid(pthread_t thread, clockid_t* clock);
+int __wrap_pthread_getcpuclockid(pthread_t thread, clockid_t* clock)
+{
+    if (slow_ids)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return __real_pthread_getcpuclockid(thread, clock);
 }
 }
 
@@ -160,6 +170,26 @@ TEST(a_thread, inherits_what_its_maker_blocks)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     EXPECT_EQ(sigismember(&seen, SIGUSR2), 1);
     EXPECT_EQ(sigismember(&seen, SIGUSR1), 0);
+}
+
+TEST(a_thread, knows_its_id_however_long_telling_it_takes)
+{
+    // The starter and the thread both go to tell it: the second one waits for the first.
+    slow_ids = true;
+    for (int i = 0; i < 5; ++i) {
+        struct seen_by_thread { int id = 0; bool valid = false; } seen;
+        const auto look = [](worker* self, void* argument, void*) {
+            *static_cast<seen_by_thread*>(argument) = { self->get_id(), self->is_activated() };
+        };
+        worker w;
+        ASSERT_EQ(w.start(&seen, look, nullptr), 0);
+        const int id = w.get_id();
+        w.wait_done();
+        EXPECT_GT(id, 0);
+        EXPECT_EQ(seen.id, id);
+        EXPECT_TRUE(seen.valid);
+    }
+    slow_ids = false;
 }
 
 // Sends a signal to its maker again and again.
