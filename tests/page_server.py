@@ -451,6 +451,7 @@ def connections_are_bounded(server):
 
 def wrong_settings_are_told(args):
     for change, wanted in ((("port=0", "port=65536"), "port: invalidate parameter"),
+                           (("loop=", "loop=x"), "loop: invalidate parameter"),
                            (("head=4096", "head=1"), "head: invalidate parameter"),
                            (("body=20000", "body=much"), "body: invalidate parameter"),
                            (("language=english", "language=german"), "[log]: invalidate parameter"),
@@ -468,6 +469,10 @@ def wrong_settings_are_told(args):
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
         expect(done.returncode, 1, change)
         assert wanted in done.stderr.decode("utf-8", "replace"), (change, done.stderr)
+    done = subprocess.run(args.emulator.split() + [args.program, "--config", "nowhere.ini"], cwd=site,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
+    expect(done.returncode, 1, "no settings")
+    assert b"nowhere.ini: file system error" in done.stderr, done.stderr
     done = subprocess.run(args.emulator.split() + [args.program, "--port"], stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
     expect(done.returncode, 2, "usage")

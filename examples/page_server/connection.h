@@ -42,8 +42,8 @@ protected:
     server& server_;
     const share_str peer_;
     packet in_, out_;
-    bool is_ending_ = false;                 // closes when all is sent
-    double since_ = server_.clock.spend();   // when the present phase began
+    bool is_ending_ = false;               // closes when all is sent
+    double since_ = server_.clock.spend(); // when the present phase began
 
 private:
     int send() {

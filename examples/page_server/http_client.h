@@ -1,6 +1,7 @@
 // A connection of HTTP/1.1: reads requests and answers them in their order.
 #pragma once
 #include "connection.h"
+#include <cstdlib>
 #include <ctime>
 
 class http_client : public connection {

@@ -16,7 +16,9 @@ struct settings {
     int load(const char* path) {
         folder = std::filesystem::path(path).parent_path().generic_string().c_str();
         fault = path;
-        const int r = ini.read(path);
+        if (const int r = ini.read(path); r < 0)
+            return r;
+        fault.clear();
         port = number("server", "port", 8080, 0, 65535);
         admin_port = number("server", "admin_port", 8081, 0, 65535);
         connections = number("limits", "connections", 1000, 1, 1000); // no loop watches more than 1,024
@@ -26,7 +28,9 @@ struct settings {
         idle = number("limits", "idle_seconds", 15, 1, 86400);
         request = number("limits", "request_seconds", 10, 1, 86400);
         answer = number("limits", "answer_seconds", 60, 1, 86400);
-        return r < 0 || fault == path ? r : err::invalid_parameter;
+        if (const share_str loop = text("server", "loop"); loop != "selector" && loop != "poller" && loop != "epoller")
+            fault = "loop";
+        return fault.isempty() ? 0 : err::invalid_parameter;
     }
     int number(const char* section, const char* name, int by_default, int least, int most) {
         const int n = text(section, name).isempty() ? by_default : ini.find_section(section)->read(name, least - 1);
@@ -39,7 +43,5 @@ struct settings {
         const ini_section* const found = ini.find_section(section);
         return found ? found->read(name, "") : share_str();
     }
-    share_str file(const char* name) const {
-        return (std::filesystem::path(folder.c_str()) / name).generic_string().c_str();
-    }
+    share_str file(const char* name) const { return (std::filesystem::path(folder.c_str()) / name).generic_string().c_str(); }
 };
