@@ -17,6 +17,7 @@
 #include <csignal>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -578,6 +579,23 @@ TEST(ready_list, serves_what_the_system_does_not_take)
     list.control(EP_DELETE, fd_of(file), 0, -1);
     EXPECT_EQ("0", list.wait(&at_once));
     EXPECT_FALSE(list.was_in_table());
+}
+
+TEST(ready_list, waits_without_a_list_when_descriptors_have_run_out)
+{
+    datagram_socket s;
+    tested_list list(4);
+    list.add(s, EP_OUT, 0);
+    rlimit before;
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+    const rlimit none_left = { 3, before.rlim_max };
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none_left));
+    EXPECT_EQ("0:1 ", list.wait(nullptr));
+    EXPECT_TRUE(list.was_in_table());
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    list.control(EP_MODIFY, fd_of(s), EP_OUT, 1);
+    EXPECT_EQ("1:1 ", list.wait(nullptr));
+    EXPECT_FALSE(list.was_in_table()) << "tried again after a change";
 }
 
 TEST(ready_list, goes_on_after_signals)
