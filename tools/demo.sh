@@ -23,7 +23,7 @@ say "build/release/bin/page_server --config $site"
 ports=$(mktemp)
 build/release/bin/page_server --config "$site" --port 0 --admin 0 > "$ports" &
 server=$!
-trap 'kill "$server" 2> /dev/null; rm -f "$ports"' EXIT
+trap 'kill "$server" 2> /dev/null || :; rm -f "$ports"' EXIT
 until grep -q admin "$ports"; do
     kill -0 "$server" || exit 1
     sleep 0.1
