@@ -8,7 +8,7 @@ add_test(NAME ${STDKRO_TEST_PREFIX}version
 
 # The pictures of the guide show things as they are.
 if(NOT CMAKE_CROSSCOMPILING)
-  foreach(picture glance layers automaton)
+  foreach(picture glance layers automaton bench)
     add_test(NAME ${STDKRO_TEST_PREFIX}picture_${picture}
       COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/draw.py --check ${picture} $<TARGET_FILE:kro>)
   endforeach()
