@@ -341,8 +341,8 @@ void add_rules(unsigned n, const flex_scanner& flex)
     add(name + "/flex", [scan] { benchmark::DoNotOptimize(scan()); });
 }
 
-/// From the rules to the answers for one token of each rule: who builds on demand
-/// has then built what it needs.
+/// Building so many rules and using each of them once: who builds on demand has then
+/// built what it needs.
 void add_building(unsigned n)
 {
     const std::string name = "build/" + std::to_string(n);

@@ -12,7 +12,7 @@ struct token_rule {
     std::string theirs;
 };
 
-/// Words of three or four syllables, all different, the same in every program.
+/// Words of two to four syllables, all different, the same in every program.
 inline std::vector<std::string> keywords(unsigned n)
 {
     static const char* const syllables[] = { "ba", "ce", "di", "fo", "gu", "ka", "le", "mi", "no", "pu",
