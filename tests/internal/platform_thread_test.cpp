@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstring>
 #include <thread>
 
 namespace {
@@ -142,6 +143,28 @@ TEST(door, handle_and_id_stand_before_a_thread_runs)
         sys_thread_close(s.handle);
         s = shared();
     }
+}
+
+TEST(door, a_thread_gets_a_copy_of_what_it_is_given)
+{
+    struct given { const char* text; std::atomic<bool>* go; std::atomic<int>* sum; const char* other; };
+    static_assert(sizeof(given) == sys_most_thread_argument, "the most that may be given");
+    std::atomic<bool> go { false };
+    std::atomic<int> sum { 0 };
+    given g = { "abc", &go, &sum, "d" };
+    void* handle = nullptr;
+    int id = 0;
+    ASSERT_EQ(sys_thread_start([](void* argument) {
+        const given& mine = *static_cast<given*>(argument);
+        while (!*mine.go)
+            breathe();
+        *mine.sum = static_cast<int>(std::strlen(mine.text) * 10 + std::strlen(mine.other));
+    }, &g, sizeof g, &handle, &id), 0);
+    g = given();
+    go = true;
+    EXPECT_EQ(sys_thread_wait(handle, sys_no_limit), sys_wait_done);
+    EXPECT_EQ(sum, 31);
+    sys_thread_close(handle);
 }
 
 TEST(door, handle_and_id_are_not_touched_afterwards)
