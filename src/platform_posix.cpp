@@ -150,22 +150,22 @@ int key_of(int byte)
 constexpr int ending_signals[] = { SIGINT, SIGTERM, SIGHUP, SIGQUIT };
 
 termios mode_before_keys;
+pthread_t key_thread;
 
-/// What a signal that ends the program does when another thread gets it.
-void end_with_terminal_as_it_was(int number)
+/// A signal that ends the program, come to another thread, goes on to the one that holds the mode: it waits
+/// there until the mode is back. Two threads that put it back would not know which is the last.
+void pass_on(int number)
 {
-    tcsetattr(STDIN_FILENO, TCSANOW, &mode_before_keys);
-    signal(number, SIG_DFL);
-    raise(number); // delivered when this function has returned
+    const int before = errno;
+    pthread_kill(key_thread, number);
+    errno = before;
 }
 
-/// Where nobody handles a signal that ends the program, `end_with_terminal_as_it_was` does, and stops
-/// to do so.
+/// Where nobody handles a signal that ends the program, `pass_on` does, and stops to do so.
 void handle_ending_signals()
 {
     struct sigaction ours = {};
-    ours.sa_handler = end_with_terminal_as_it_was;
-    sigaddset(&ours.sa_mask, SIGTTOU); // to set the mode also from the background
+    ours.sa_handler = pass_on;
     for (const int number : ending_signals) {
         struct sigaction before;
         if (sigaction(number, nullptr, &before) == 0 && before.sa_handler == SIG_DFL)
@@ -177,7 +177,7 @@ void leave_ending_signals()
 {
     for (const int number : ending_signals) {
         struct sigaction now;
-        if (sigaction(number, nullptr, &now) == 0 && now.sa_handler == end_with_terminal_as_it_was)
+        if (sigaction(number, nullptr, &now) == 0 && now.sa_handler == pass_on)
             signal(number, SIG_DFL);
     }
 }
@@ -198,6 +198,7 @@ public:
             sigaddset(&ending, number);
         pthread_sigmask(SIG_BLOCK, &ending, &signals_before_);
         ending_signals_ = signalfd(-1, &ending, SFD_CLOEXEC);
+        key_thread = pthread_self();
         handle_ending_signals();
         apply();
     }
