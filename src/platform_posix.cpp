@@ -754,9 +754,11 @@ int wait_for_events(int epoll, epoll_event* events, int room, const timespec* li
 } // namespace
 
 struct sys_ready_list {
-    // All descriptors are verified that often, the latter as long as some are ready at every wait.
+    // All descriptors are verified that often, the latter as long as some are ready at every wait: then
+    // the clock is looked at in one of so many waits.
     static constexpr int period_ms = 50;
     static constexpr int busy_period_ms = 1000;
+    static constexpr unsigned waits_per_look = 8;
     static constexpr std::uint64_t waker_mark = ~0ull;
 
     sys_ready_list(unsigned capacity, unsigned waker)
@@ -795,7 +797,7 @@ struct sys_ready_list {
     int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
     {
         if (is_of_other_process() || !verify_closed(watches, count)
-            || (ms_since_verified() >= busy_period_ms && !verify_all(watches, count)))
+            || (is_due_while_busy() && !verify_all(watches, count)))
             return sys_ready_stale;
         // Mostly something is ready, and a look that does not wait costs least.
         const int n = epoll_wait(epoll_, events_.get(), room_, 0);
@@ -843,6 +845,7 @@ private:
     }
 
     long long ms_since_verified() const { return coarse_ms() - verified_; }
+    bool is_due_while_busy() { return ++waits_ % waits_per_look == 0 && ms_since_verified() >= busy_period_ms; }
 
     bool verify_closed(sys_watch* watches, unsigned count)
     {
@@ -909,6 +912,7 @@ private:
     unsigned forks_;
     unsigned closings_;
     long long verified_;
+    unsigned waits_ = 0;
 };
 
 sys_ready_list* sys_ready_open(unsigned capacity, unsigned waker)

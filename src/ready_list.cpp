@@ -38,6 +38,15 @@ unsigned bits_of(int events)
     return bits;
 }
 
+unsigned bits_of_conditions(short conditions)
+{
+    unsigned bits = 0;
+    for (int k = 0; k < event_count; ++k)
+        if (conditions & watch_table::condition_of[k])
+            bits |= list_bits[k];
+    return bits;
+}
+
 short conditions_of(unsigned bits)
 {
     int conditions = 0;
@@ -75,6 +84,8 @@ private:
     void watch_in_system(unsigned at, short conditions);
     void leave_system();
     int wait_in_system(ep_record* results, unsigned most, timeval* limit);
+    int in_order_already(ep_record* results, unsigned most, int n) const;
+    ep_record result(unsigned at, short conditions) const;
     int wait_in_table(ep_record* results, unsigned most, const timeval* limit);
 
     unsigned capacity_;
@@ -242,12 +253,37 @@ void ready_list::leave_system()
         watches_[i].wanted = 0;
 }
 
+ep_record ready_list::result(unsigned at, short conditions) const
+{
+    ep_record made = records_[at];
+    made.events = bits_of_conditions(conditions);
+    return made;
+}
+
+// Mostly what came is in the order of the entries. The results' number, or 0 where it is not.
+int ready_list::in_order_already(ep_record* results, unsigned most, int n) const
+{
+    unsigned made = 0;
+    int last = -1;
+    for (const sys_poll_record* p = found_.get(); p < found_.get() + n; ++p) {
+        const int at = first_.find(p->fd);
+        if (at <= last) // or none of ours
+            return 0;
+        last = at;
+        if (made < most)
+            results[made++] = result(static_cast<unsigned>(at), p->ready);
+    }
+    return static_cast<int>(made);
+}
+
 // The bits bring what comes in any order into the order of the entries.
 int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit)
 {
     const int n = sys_ready_wait(system_, watches_.get(), count_, found_.get(), limit);
     if (n <= 0)
         return n;
+    if (const int made = in_order_already(results, most, n))
+        return made;
     unsigned begin = words();
     unsigned end = 0;
     for (const sys_poll_record* p = found_.get(); p < found_.get() + n; ++p) {
@@ -265,8 +301,7 @@ int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit
     for (unsigned word = begin; word < end; ++word) {
         for (std::uint64_t left = is_ready_[word]; left != 0 && made < most; left &= left - 1) {
             const unsigned at = word * 64 + static_cast<unsigned>(__builtin_ctzll(left));
-            results[made] = records_[at];
-            results[made++].events = bits_of(watch_table::events_of(conditions_[at]));
+            results[made++] = result(at, conditions_[at]);
         }
         is_ready_[word] = 0;
     }

@@ -38,7 +38,10 @@ public:
     int number_of(int fd) const { return numbers_.find(fd); }
     /// The event bits that a descriptor was ready for at the last successful wait, whoever asked for them;
     /// 0 for the number -1.
-    int ready(int number) const { return number < 0 ? 0 : events_of(records_[number].ready); }
+    int ready(int number) const
+    {
+        return number < 0 || records_[number].ready == 0 ? 0 : events_of(records_[number].ready);
+    }
     /// The event bits that any descriptor was ready for then.
     int ready_of_all() const;
 
