@@ -183,7 +183,8 @@ void machine_state::add_context()
 {
     if (depth == max_contexts)
         throw_status(err::overrun);
-    contexts.reserve(depth + 1 + depth / 2);
+    if (contexts.size() == contexts.capacity())
+        contexts.reserve(depth + 1 + depth / 2);
     contexts.push_back(new xcontext);
     contexts.back()->machine_ = &owner;
     contexts.back()->index_ = depth;
@@ -373,7 +374,8 @@ xmethod* xmachine::new_method(const share_str& name)
         return nullptr;
     xmethod* made = nullptr;
     or_throw([&] {
-        s.methods.reserve(s.methods.size() + 1 + s.methods.size() / 2);
+        if (s.methods.size() == s.methods.capacity())
+            s.methods.reserve(s.methods.size() + 1 + s.methods.size() / 2);
         std::unique_ptr<xmethod> m(new xmethod(name, s.code_count(), static_cast<int>(s.lines.size())));
         xfield::entry e = {};
         e.what = xfield::procedure;
