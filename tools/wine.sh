@@ -37,9 +37,10 @@ project_of() {
     echo "$project"
 }
 
-# show DIR [PLACE]: makes DIR visible inside, once.
+# show DIR [PLACE]: makes DIR visible inside, once; anew when DIR itself was made anew.
 show() {
-    mountpoint -q "$root${2:-$1}" && return 0
+    [ "$1" -ef "$root${2:-$1}" ] && return 0
+    ! mountpoint -q "$root${2:-$1}" || umount -l "$root${2:-$1}"
     mkdir -p "$root${2:-$1}"
     mount --rbind "$1" "$root${2:-$1}"
 }
