@@ -4,7 +4,7 @@ function(stdkro_page_server name)
     COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/page_server.py --program $<TARGET_FILE:page_server>
     --site ${PROJECT_SOURCE_DIR}/examples/page_server/site --scratch ${CMAKE_CURRENT_BINARY_DIR}/page_server_${name}
     --emulator "${CMAKE_CROSSCOMPILING_EMULATOR}" ${ARGN})
-  set_tests_properties(${STDKRO_TEST_PREFIX}page_server_${name} PROPERTIES TIMEOUT 600)
+  set_tests_properties(${STDKRO_TEST_PREFIX}page_server_${name} PROPERTIES TIMEOUT 300)
 endfunction()
 foreach(loop selector poller epoller)
   stdkro_page_server(${loop} --loop ${loop} requests)
