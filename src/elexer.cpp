@@ -48,7 +48,9 @@ constexpr int push_back = 1;
 
 } // namespace
 
-eparser::elexer::elexer() : base_lexer(push_back, language()) {}
+eparser::elexer::elexer() : elexer(symbols_of { language() }) {}
+
+eparser::elexer::elexer(symbols_of like) : base_lexer(push_back, like.other) {}
 
 eparser::elexer::elexer(first_of_all) : base_lexer(push_back) { create_lexical(); }
 

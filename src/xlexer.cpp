@@ -2,6 +2,9 @@
 //
 // Text mode knows one special character, the mark. Everything between two marks
 // is found by a wide search and copied once.
+//
+// Lexers with the usual three characters share one table of symbols; who changes his
+// own, or wants other characters, gets a table made anew.
 #include <stdkro/xpp.h>
 
 #include <cstring>
@@ -73,13 +76,31 @@ void append(share_str& text, const char* begin, const char* end)
     require_length(text, n);
 }
 
+bool is_usual(int mark, int open, int close) { return mark == '$' && open == '[' && close == ']'; }
+
 } // namespace
 
-xlexer::xlexer(int mark, int open, int close) : is_text_mode_(false) { create_lexical(mark, open, close); }
+xlexer::xlexer(int mark, int open, int close)
+    : elexer(symbols_of { is_usual(mark, open, close) ? usual() : language() }), is_text_mode_(false)
+{
+    if (is_usual(mark, open, close))
+        set_brackets(mark, open, close);
+    else
+        create_lexical(mark, open, close);
+}
+
+xlexer::xlexer(first_of_all) : is_text_mode_(false) { create_lexical('$', '[', ']'); }
+
+const xlexer& xlexer::usual()
+{
+    static const xlexer first { first_of_all() };
+    return first;
+}
 
 void xlexer::create_lexical(int mark, int open, int close)
 {
     set_brackets(mark, open, close);
+    register_brackets();
     for (const auto& k : keywords)
         set_symbol(k.spelling, k.code);
 }
@@ -92,6 +113,7 @@ void xlexer::set_mark(int mark, int open, int close)
     spellings.remove(spelling_of(mark_));
     spellings.remove(opener_of(mark_, open_));
     set_brackets(mark, open, close);
+    register_brackets();
 }
 
 void xlexer::set_brackets(int mark, int open, int close)
@@ -100,10 +122,14 @@ void xlexer::set_brackets(int mark, int open, int close)
     mark_ = static_cast<signed char>(mark);
     open_ = static_cast<signed char>(open);
     close_ = static_cast<signed char>(close);
-    set_symbol(spelling_of(open), TK_OPEN);
-    set_symbol(spelling_of(close), TK_CLOSE);
-    set_symbol(spelling_of(mark), TK_MARK);
-    set_symbol(opener_of(mark, open), TK_STATEMENT);
+}
+
+void xlexer::register_brackets()
+{
+    set_symbol(spelling_of(open_), TK_OPEN);
+    set_symbol(spelling_of(close_), TK_CLOSE);
+    set_symbol(spelling_of(mark_), TK_MARK);
+    set_symbol(opener_of(mark_, open_), TK_STATEMENT);
 }
 
 // name := first { letter | digit | '_' | '.' | byte of 0x80 and more }

@@ -215,6 +215,36 @@ TEST(xlexer, changes_its_three_characters)
     EXPECT_EQ(lexer.get_token(&t), xpp::xlexer::TK_CLOSE);
 }
 
+struct open_lexer : xpp::xlexer {
+    using xpp::xlexer::xlexer;
+    using base_lexer::find_type;
+};
+
+TEST(xlexer, keeps_its_symbols_to_itself)
+{
+    const open_lexer before('$', '[', ']');
+    open_lexer changed('$', '[', ']');
+    changed.set_mark('%', '{', '}');
+    changed.set_symbol("unless", 77);
+    open_lexer lent('$', '[', ']');
+    lent.get_symbol_table().remove("if");
+    const open_lexer other('%', '{', ']');
+    const open_lexer after('$', '[', ']');
+    const struct { const char* spelling; int usual, changed, lent, other; } rows[] = {
+        { "$", 44, 0, 44, 0 },   { "[", 41, 0, 41, 0 },      { "$[", 57, 0, 57, 0 },
+        { "]", 43, 0, 43, 43 },  { "%{", 0, 57, 0, 57 },     { "{", 0, 41, 0, 41 },
+        { "if", 46, 46, 0, 46 }, { "unless", 0, 77, 0, 0 },  { "%", 0x17, 44, 0x17, 44 },
+        { ";", 45, 45, 45, 45 }, { "&&", 0x23, 0x23, 0x23, 0x23 },
+    };
+    for (const auto& r : rows) {
+        EXPECT_EQ(before.find_type(r.spelling), r.usual) << r.spelling;
+        EXPECT_EQ(after.find_type(r.spelling), r.usual) << r.spelling;
+        EXPECT_EQ(changed.find_type(r.spelling), r.changed) << r.spelling;
+        EXPECT_EQ(lent.find_type(r.spelling), r.lent) << r.spelling;
+        EXPECT_EQ(other.find_type(r.spelling), r.other) << r.spelling;
+    }
+}
+
 TEST(xlexer, copies_with_its_characters_and_position)
 {
     xpp::xlexer lexer('%', '{', '}');

@@ -138,10 +138,19 @@ class KRO_API eparser::elexer : public base_lexer {
 public:
     elexer();
 
+protected:
+    /// A language made of this one gives its own lexers the symbols of one that
+    /// already has them.
+    struct symbols_of {
+        const base_lexer& other;
+    };
+    explicit elexer(symbols_of);
+    /// The lexer whose symbols all lexers of expressions share.
+    static const elexer& language();
+
 private:
     struct first_of_all { };
     explicit elexer(first_of_all);
-    static const elexer& language();
     void create_lexical();
 };
 

@@ -89,7 +89,11 @@ protected:
     int read_id(token& out) override;
 
 private:
+    struct first_of_all { };
+    explicit xlexer(first_of_all);
+    static const xlexer& usual();
     void set_brackets(int mark, int open, int close);
+    void register_brackets();
     int read_mark(share_str& text, token& out);
 
     bool is_text_mode_;
