@@ -12,6 +12,10 @@ add_library(krodll_objects OBJECT ${krodll_sources})
 target_compile_definitions(krodll_objects PRIVATE STDKRO_BUILD)
 target_include_directories(krodll_objects PUBLIC ${PROJECT_SOURCE_DIR}/include)
 stdkro_options(krodll_objects)
+stdkro_counted(krodll_objects)
+if(STDKRO_COVERAGE)
+  target_link_options(krodll_objects INTERFACE --coverage)
+endif()
 if(NOT WIN32)
   # Nobody replaces our functions at load time: calls inside the library are direct,
   # and may be inlined, as they are in a DLL.

@@ -13,3 +13,10 @@ function(stdkro_options target)
     endif()
   endif()
 endfunction()
+
+# stdkro_counted(TARGET): counts how often each of its lines is executed, where that was asked for.
+function(stdkro_counted target)
+  if(STDKRO_COVERAGE)
+    target_compile_options(${target} PRIVATE -O0 -g --coverage -fprofile-update=atomic)
+  endif()
+endfunction()
