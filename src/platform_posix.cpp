@@ -1149,15 +1149,17 @@ __attribute__((noinline)) int wait_for_count(semaphore& s, unsigned limit, futex
 
 enum object_kind : unsigned { semaphore_object = 1, memory_object = 2 };
 constexpr unsigned longest_name = 259;
+constexpr unsigned longest_path = 256;
 constexpr size_t page_size = 4096;
 
 struct object_head {
     object_kind kind;
     char name[longest_name + 1];
-    semaphore counts;       // of a semaphore
-    unsigned size;          // of memory
-    unsigned protection;    // of memory
-    char file[PATH_MAX];    // behind memory, empty for none
+    semaphore counts;        // of a semaphore
+    unsigned size;           // of memory
+    unsigned protection;     // of memory
+    char file[PATH_MAX];     // behind memory, empty for none
+    char path[longest_path]; // of this file, for the last who leaves: he may have no memory to find it
 };
 // Memory without a file behind it follows the head.
 constexpr size_t head_size = 2 * page_size;
@@ -1271,7 +1273,7 @@ object_head* map_head(int fd)
 }
 
 // Gives the file its head and `size` bytes of zeros behind it.
-object_head* make_object(int fd, const object_head& wanted, size_t size)
+object_head* make_object(int fd, const std::string& path, const object_head& wanted, size_t size)
 {
     if (ftruncate(fd, 0) != 0)
         return nullptr;
@@ -1283,6 +1285,7 @@ object_head* make_object(int fd, const object_head& wanted, size_t size)
         head->kind = wanted.kind;
         std::strcpy(head->name, wanted.name);
         std::strcpy(head->file, wanted.file);
+        std::strcpy(head->path, path.c_str());
         head->size = wanted.size;
         head->protection = wanted.protection;
         head->counts.count.store(wanted.counts.count.load());
@@ -1319,9 +1322,12 @@ bool open_object(const object_head& wanted, bool make, size_t size, named_object
         return false;
     const bool alone = is_alone(fd);
     object_head* head = nullptr;
-    errno = ENOENT;
-    if (make || !alone)
-        head = alone ? make_object(fd, wanted, size) : join_object(fd, wanted);
+    if (alone && make)
+        head = make_object(fd, path, wanted, size);
+    else if (alone)
+        errno = ENOENT;
+    else if (errno == EAGAIN) // somebody holds it
+        head = join_object(fd, wanted);
     if (head && hold(fd)) {
         open_gate(fd);
         *object = { fd, head };
@@ -1338,11 +1344,8 @@ bool open_object(const object_head& wanted, bool make, size_t size, named_object
 
 void close_object(const named_object& object, bool keep_head)
 {
-    if (close_gate(object.fd) && is_alone(object.fd)) {
-        const std::string folder = names_folder();
-        if (!folder.empty())
-            unlink((folder + file_name_of(object.head->name)).c_str());
-    }
+    if (close_gate(object.fd) && is_alone(object.fd))
+        unlink(object.head->path);
     // Closing alone would not do: a view keeps the open file, and its locks.
     let_go(object.fd);
     open_gate(object.fd);
@@ -2266,11 +2269,14 @@ handle_table<memory_record> memories;
 
 std::mutex views_lock;
 
-// Sizes of the views, which outlive their handles.
+// Sizes of the views, which outlive their handles. Lives until the process ends, and needs no memory
+// before there is a view.
 std::map<void*, size_t>& views()
 {
-    static std::map<void*, size_t>& map = *new std::map<void*, size_t>;
-    return map;
+    using map = std::map<void*, size_t>;
+    alignas(map) static char place[sizeof(map)];
+    static map& all = *new (place) map;
+    return all;
 }
 
 unsigned rights_of(unsigned protection) { return protection == page_readwrite ? readable | writable : readable; }
@@ -2311,9 +2317,27 @@ bool read_path(int fd, char* path)
 {
     const std::string link = "/proc/self/fd/" + std::to_string(fd);
     const ssize_t n = readlink(link.c_str(), path, PATH_MAX - 1);
-    path[n > 0 ? n : 0] = '\0';
-    return n > 0;
+    if (n <= 0) {
+        fail();
+        return false;
+    }
+    path[n] = '\0';
+    return true;
 }
+
+// Closes a descriptor when it dies.
+struct closing_descriptor {
+    const int fd; // negative: none
+
+    explicit closing_descriptor(int descriptor) : fd(descriptor) {}
+    closing_descriptor(const closing_descriptor&) = delete;
+    closing_descriptor& operator=(const closing_descriptor&) = delete;
+    ~closing_descriptor()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+};
 
 void close_record(const memory_record& record)
 {
@@ -2363,13 +2387,11 @@ void* create_named_memory(void* file, const char* name, unsigned size, unsigned 
     wanted.size = size;
     wanted.protection = protection;
     const bool has_file = !is_no_file(file);
-    const int fd = has_file ? take_file(file, size, protection) : -1;
-    if (has_file && (fd < 0 || !read_path(fd, wanted.file)))
+    const closing_descriptor behind(has_file ? take_file(file, size, protection) : -1);
+    if (has_file && (behind.fd < 0 || !read_path(behind.fd, wanted.file)))
         return nullptr;
     named_object object;
     const bool opened = open_object(wanted, true, has_file ? 0 : size, &object);
-    if (fd >= 0)
-        close(fd);
     return opened ? add_named_memory(object, rights_of(protection)) : nullptr;
 }
 

@@ -1,5 +1,6 @@
-// Children, memory and names when single system calls fail or are interrupted: what the
+// Children when single system calls fail or are interrupted: what the
 // POSIX side of the door gives back then.
+#include "call_failure.h"
 #include "platform.h"
 
 #include <stdkro/process.h>
@@ -16,56 +17,11 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-
-// Makes the n-th of the calls below fail, for every n. What a child on its way to its
-// program does counts too: its memory is ours, or a copy under ThreadSanitizer, so
-// what is counted stands in shared memory.
-class call_failure {
-public:
-    /// False when the last run met no failure.
-    bool next()
-    {
-        if (nth_ > 0 && !happened())
-            return false;
-        ++nth_;
-        struck().name = nullptr;
-        return true;
-    }
-    void arm() { struck().left = nth_; }
-    void disarm() { struck().left = 0; }
-    bool happened() const { return struck().name != nullptr; }
-    const char* name() const { return happened() ? struck().name : "nothing"; }
-    ~call_failure() { disarm(); }
-
-    static bool strikes(const char* name)
-    {
-        if (struck().left == 0 || --struck().left > 0)
-            return false;
-        struck().name = name;
-        errno = ENFILE;
-        return true;
-    }
-
-private:
-    struct counted {
-        int left;
-        const char* name;
-    };
-    static counted& struck()
-    {
-        static counted* const shared = static_cast<counted*>(
-            ::mmap64(nullptr, sizeof(counted), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-        return *shared;
-    }
-
-    int nth_ = 0;
-};
 
 // How many of the next waits end by an interruption.
 int interruptions = 0;
@@ -170,47 +126,23 @@ int __wrap_waitid(idtype_t kind, id_t id, siginfo_t* info, int options)
     return !(options & WNOHANG) && is_interrupted() ? -1 : __real_waitid(kind, id, info, options);
 }
 
-int __real_open(const char* path, int flags, ...);
-int __wrap_open(const char* path, int flags, ...)
+// What only makes a pipe faster does not fail here.
+int __real_fcntl(int fd, int command, ...);
+int __wrap_fcntl(int fd, int command, ...)
 {
     va_list list;
-    va_start(list, flags);
-    const mode_t mode = va_arg(list, mode_t);
+    va_start(list, command);
+    void* const argument = va_arg(list, void*);
     va_end(list);
-    return call_failure::strikes("open") ? -1 : __real_open(path, flags, mode);
+    return command == F_DUPFD_CLOEXEC && call_failure::strikes("lift") ? -1 : __real_fcntl(fd, command, argument);
 }
 
-void* __real_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset);
-void* __wrap_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset)
-{
-    return call_failure::strikes("mmap") ? MAP_FAILED : __real_mmap(address, size, protection, flags, fd, offset);
-}
+int __real_kill(pid_t id, int number);
+int __wrap_kill(pid_t id, int number) { return call_failure::strikes("kill") ? -1 : __real_kill(id, number); }
 
-int __real_ftruncate(int fd, off_t size);
-int __wrap_ftruncate(int fd, off_t size) { return call_failure::strikes("ftruncate") ? -1 : __real_ftruncate(fd, size); }
-
-int __real_posix_fallocate(int fd, off_t from, off_t size);
-int __wrap_posix_fallocate(int fd, off_t from, off_t size)
-{
-    return call_failure::strikes("posix_fallocate") ? ENOSPC : __real_posix_fallocate(fd, from, size);
-}
-
-int __real_memfd_create(const char* name, unsigned flags);
-int __wrap_memfd_create(const char* name, unsigned flags)
-{
-    return call_failure::strikes("memfd_create") ? -1 : __real_memfd_create(name, flags);
-}
 }
 
 namespace {
-
-int open_descriptors()
-{
-    int n = 0;
-    for (int fd = 0; fd < 256; ++fd)
-        n += fcntl(fd, F_GETFD) >= 0;
-    return n;
-}
 
 bool has_children() { return __real_waitpid(-1, nullptr, WNOHANG) >= 0; }
 
@@ -397,6 +329,57 @@ TEST(a_child, of_a_program_that_wants_no_children_cannot_be_asked)
     std::signal(SIGCHLD, before);
 }
 
+TEST(a_child, that_no_signal_reaches_goes_on_as_it_was)
+{
+    const sys_launch request = { "/bin/sleep", nullptr, "sleep 1000", false, 0, false };
+    sys_process child;
+    ASSERT_EQ(sys_process_start(&request, &child, nullptr), 0);
+    call_failure failure;
+    ASSERT_TRUE(failure.next());
+    failure.arm();
+    EXPECT_EQ(sys_process_suspend(&child), -1);
+    EXPECT_EQ(sys_last_error(), ENFILE);
+    EXPECT_EQ(sys_process_resume(&child), 0) << "it was not counted";
+    EXPECT_EQ(sys_process_suspend(&child), 0);
+    failure.arm();
+    EXPECT_EQ(sys_process_resume(&child), -1);
+    EXPECT_EQ(sys_process_suspend(&child), 1) << "still suspended once";
+    EXPECT_EQ(sys_process_resume(&child), 2);
+    failure.arm();
+    EXPECT_EQ(sys_process_kill(&child, -1), -1);
+    EXPECT_EQ(sys_last_error(), ENFILE);
+    EXPECT_TRUE(has_children());
+    EXPECT_EQ(sys_process_kill(&child, -1), 0);
+    EXPECT_FALSE(has_children());
+    sys_process_close(&child);
+}
+
+TEST(a_pipe, is_not_made_when_it_cannot_stay_away_from_standard_descriptors)
+{
+    const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
+    close(STDIN_FILENO);
+    const int before = open_descriptors();
+    for (const char* mode : { "r", "w" }) {
+        std::string calls;
+        for (call_failure failure; failure.next();) {
+            process p;
+            failure.arm();
+            std::FILE* stream = p.start("/bin/true", nullptr, "true", mode, false);
+            failure.disarm();
+            EXPECT_EQ(stream == nullptr, failure.happened()) << failure.name();
+            if (stream)
+                std::fclose(stream);
+            else
+                calls += std::string(failure.name()) + " ";
+            p.wait_done();
+            EXPECT_EQ(open_descriptors(), before) << failure.name();
+        }
+        EXPECT_EQ(calls.substr(0, 11), "pipe2 lift ") << calls;
+    }
+    __real_dup2(input, STDIN_FILENO);
+    close(input);
+}
+
 TEST(a_writer_of_a_pipe, leaves_the_signals_of_its_thread_alone)
 {
     sigset_t before, after, waiting;
@@ -412,59 +395,6 @@ TEST(a_writer_of_a_pipe, leaves_the_signals_of_its_thread_alone)
     sigpending(&waiting);
     EXPECT_EQ(sigismember(&after, SIGPIPE), sigismember(&before, SIGPIPE));
     EXPECT_EQ(sigismember(&waiting, SIGPIPE), 0);
-}
-
-// ---- memory ------------------------------------------------------------------------
-
-TEST(memory_without_means, is_not_made_and_leaves_nothing)
-{
-    for (const char* name : { "", "stdkro test posix memory" }) {
-        const int before = open_descriptors();
-        int failures = 0;
-        for (call_failure failure; failure.next();) {
-            sharemem m;
-            failure.arm();
-            const int r = m.create(name, 100000, sharemem::page_readwrite);
-            failure.disarm();
-            EXPECT_EQ(r, failure.happened() ? err::file_system : 0) << failure.name();
-            if (failure.happened()) {
-                ++failures;
-                EXPECT_NE(last_system_error(), 0);
-                EXPECT_EQ(open_descriptors(), before) << failure.name();
-                sharemem other;
-                EXPECT_EQ(other.open("stdkro test posix memory", sharemem::map_read), err::file_system)
-                    << failure.name() << ": no half-made name";
-            }
-        }
-        EXPECT_EQ(failures, *name ? 4 : 2) << name;
-        EXPECT_EQ(open_descriptors(), before);
-    }
-}
-
-TEST(memory_without_means, is_not_mapped_or_joined)
-{
-    sharemem m;
-    ASSERT_EQ(m.create("stdkro test posix join", 100000, sharemem::page_readwrite), 0);
-    const int before = open_descriptors();
-    for (call_failure failure; failure.next();) {
-        sharemem other;
-        failure.arm();
-        const int r = other.open("stdkro test posix join", sharemem::map_read);
-        failure.disarm();
-        EXPECT_EQ(r, failure.happened() ? err::file_system : 0) << failure.name();
-        if (failure.happened()) {
-            EXPECT_EQ(open_descriptors(), before) << failure.name();
-        }
-    }
-    for (call_failure failure; failure.next();) {
-        failure.arm();
-        void* view = m.attach(0, 100, sharemem::map_write);
-        failure.disarm();
-        EXPECT_EQ(view == nullptr, failure.happened());
-        EXPECT_EQ(m.detach(view), view != nullptr);
-    }
-    sharemem again;
-    EXPECT_EQ(again.open("stdkro test posix join", sharemem::map_read), 0) << "which took no harm";
 }
 
 } // namespace
