@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "console.h"
 #include "debugger.h"
+#include "progress.h"
 
 #include <stdkro/shell.h>
 #include <stdkro/xcpt.h>
@@ -132,6 +133,7 @@ const shell::cmd debug_commands[] = {
 
 void read_commands(debugger& target)
 {
+    const lent_terminal typing(is_typed_input());
     debug_shell sh(target);
     sh.set_cmds(debug_commands);
     sh.half_done(true);

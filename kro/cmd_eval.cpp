@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "definition.h"
 #include "evaluation.h"
+#include "progress.h"
 
 #include <stdkro/ecalc.h>
 #include <stdkro/xcpt.h>
@@ -24,7 +25,7 @@ void print_place(const std::string& text, size_t at)
         if (!continues_a_character)
             lead += c == '\t' ? '\t' : ' ';
     }
-    std::fprintf(stderr, "    %s\n    %s^\n", line.c_str(), lead.c_str());
+    print_message("    %s\n    %s^\n", line.c_str(), lead.c_str());
 }
 
 /// Reads the next token; where it begins.
@@ -35,6 +36,12 @@ size_t next_place(eparser::elexer& lexer, int& kind)
     return static_cast<size_t>(next.get_begin() - lexer.get_buf());
 }
 
+int calculate(ecalc& calc, eparser::elexer& lexer, base_var& value)
+{
+    const progress work("evaluating");
+    return calc.calc_expr(value, &lexer);
+}
+
 int evaluate(ecalc& calc, const std::string& text)
 {
     eparser::elexer lexer;
@@ -42,7 +49,7 @@ int evaluate(ecalc& calc, const std::string& text)
     if (r < 0)
         return report_error(r);
     base_var value;
-    r = calc.calc_expr(value, &lexer);
+    r = calculate(calc, lexer, value);
     if (r == err::overrun || r == err::out_of_memory)
         return report_error(r);
     int kind = 0;

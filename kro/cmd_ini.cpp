@@ -16,9 +16,11 @@
 
 namespace {
 
-// What reading a file tells beside the document.
+// What reading a file tells beside the document, and how far it is.
 class checker : public ini_handler {
 public:
+    explicit checker(progress& work) : work_(work) {}
+
     int onBegin() override { return 0; }
     int onEnd(int result) override { return result; }
     int onError(int code, const char* message) override
@@ -26,16 +28,25 @@ public:
         error_message = message;
         return code;
     }
-    int onSection(const char*, const char*) override { return 0; }
-    int onKeyValue(const char*, const char*, const char*, const char*) override { return 0; }
+    int onSection(const char*, const char*) override { return step(); }
+    int onKeyValue(const char*, const char*, const char*, const char*) override { return step(); }
     int onComment(const char*, const char*) override
     {
         ++comments;
-        return 0;
+        return step();
     }
 
     std::string error_message;
     int comments = 0;
+
+private:
+    int step()
+    {
+        work_.reached(get_reader()->get_pos(), get_reader()->get_size());
+        return 0;
+    }
+
+    progress& work_;
 };
 
 struct ini_file {
@@ -53,10 +64,14 @@ int line_read(const ini_reader& in)
     return in.get_line() - (behind_line_feed ? 1 : 0);
 }
 
-int check(ini_reader& in, checker& found, const std::string& path)
+int check(ini_file& file, ini_reader& in, std::string& message)
 {
-    const progress work("checking " + path);
-    return in.read_ini(&found);
+    progress work("checking " + file.path);
+    checker found(work);
+    const int r = in.read_ini(&found);
+    file.comments = found.comments;
+    message = found.error_message;
+    return r;
 }
 
 int fill(ini_file& file, ini_reader& in)
@@ -82,11 +97,10 @@ int load(ini_file& file)
 
     ini_reader in;
     in.load_string(text.data(), text.data() + text.size(), false);
-    checker found;
-    const int r = check(in, found, file.path);
+    std::string message;
+    const int r = check(file, in, message);
     if (r < 0)
-        return report_error_at(file.path, line_read(in), r, found.error_message.c_str());
-    file.comments = found.comments;
+        return report_error_at(file.path, line_read(in), r, message.c_str());
     const int filled = fill(file, in);
     return filled < 0 ? report_error_in(file.path, filled) : exit_success;
 }
@@ -110,6 +124,7 @@ bool is_alike(const share_str& one, const share_str& other) { return std::strcmp
 // True if the document comes back from what would be written.
 bool is_restored(const ini_doc& doc)
 {
+    const progress work("checking what is to be written");
     const std::string text = text_of(doc, "\n");
     ini_reader in;
     in.load_string(text.data(), text.data() + text.size(), false);
@@ -130,7 +145,7 @@ bool is_restored(const ini_doc& doc)
 
 int refuse(const ini_file& file, const std::string& why)
 {
-    std::fprintf(stderr, "%s: %s; nothing was written\n", file.path.c_str(), why.c_str());
+    print_message("%s: %s; nothing was written\n", file.path.c_str(), why.c_str());
     return exit_failure;
 }
 
@@ -159,9 +174,7 @@ int not_found(const ini_file& file, const std::string& section, const std::strin
 
 int print(const ini_file& file)
 {
-    const std::string text = text_of(file.doc, "\n");
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    return exit_success;
+    return print_text(text_of(file.doc, "\n"));
 }
 
 int get(ini_file& file, const arguments& words, bool)

@@ -1,5 +1,6 @@
 // kro log: writes one line through the library's logger.
 #include "commands.h"
+#include "progress.h"
 #include "sockets.h"
 
 #include <stdkro/logger.h>
@@ -44,6 +45,7 @@ int log_command(const command_words& words)
     }
     logctx app;
     app.name = context.c_str();
+    const lent_terminal logging(true);
     logger::print(app, read_level(words.text("level", "hint").c_str()), "%s\n", words.operands[0].c_str());
     return opened ? exit_success : exit_failure;
 }

@@ -1,6 +1,7 @@
 // kro logd: receives what UDP sinks send, and shows it with time and sender.
 #include "commands.h"
 #include "files.h"
+#include "progress.h"
 #include "sockets.h"
 
 #include <stdkro/socket.h>
@@ -16,9 +17,10 @@ struct file_closer {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-// Shows the lines of one datagram. What could steer a terminal becomes "?".
-void show(std::FILE* to, const char* time, const char* sender, const std::string& text)
+// The lines of one datagram, each with time and sender. What could steer a terminal becomes "?".
+std::string lines_of(const std::string& text, const std::string& origin)
 {
+    std::string lines;
     std::size_t begin = 0;
     do {
         const std::size_t end = text.find('\n', begin);
@@ -26,16 +28,18 @@ void show(std::FILE* to, const char* time, const char* sender, const std::string
         for (char& c : line)
             if (static_cast<unsigned char>(c) < ' ' && c != '\t')
                 c = '?';
-        std::fprintf(to, "%s %s %s\n", time, sender, line.c_str());
+        lines += origin + " " + line + "\n";
         begin = end == std::string::npos ? text.size() : end + 1;
     } while (begin < text.size());
-    std::fflush(to);
+    return lines;
 }
 
 // Ends after `most` datagrams, or when receiving fails again and again. A single failure
 // may tell that an earlier sender has gone.
 int receive(Socket& receiver, std::FILE* file, int most)
 {
+    progress work("receiving");
+    work.counts("datagram");
     std::vector<char> datagram(65536);
     int failures = 0;
     for (int received = 0; most == 0 || received < most;) {
@@ -48,13 +52,14 @@ int receive(Socket& receiver, std::FILE* file, int most)
         }
         failures = 0;
         ++received;
+        work.add(1, static_cast<unsigned>(n));
         char time[24];
         print_time(time, static_cast<long>(std::time(nullptr)));
-        const std::string text(datagram.data(), static_cast<std::size_t>(n));
-        const share_str from = sender.get_addr();
-        show(stdout, time, from.c_str(), text);
+        const std::string lines = lines_of(std::string(datagram.data(), static_cast<std::size_t>(n)),
+                                           std::string(time) + " " + sender.get_addr().c_str());
+        print_lines(stdout, lines);
         if (file)
-            show(file, time, from.c_str(), text);
+            print_lines(file, lines);
     }
     return exit_success;
 }
@@ -81,6 +86,6 @@ int logd_command(const command_words& words)
         r = receiver.getself(address);
     if (r < 0)
         return report_error_in(host + ":" + std::to_string(port), r);
-    std::fprintf(stderr, "listening on %s\n", address.get_addr().c_str());
+    print_message("listening on %s\n", address.get_addr().c_str());
     return receive(receiver, file.get(), most);
 }

@@ -18,7 +18,7 @@ int match_all(const arguments& words)
     for (std::size_t i = 1; i < words.size(); ++i) {
         work.reached(i - 1, words.size() - 1);
         const bool accepted = pattern.match(words[i].data(), words[i].data() + words[i].size());
-        work.before_output();
+        before_output();
         std::printf("%-3s  %s\n", accepted ? "yes" : "no", words[i].c_str());
         all = all && accepted;
     }

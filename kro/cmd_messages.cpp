@@ -4,6 +4,7 @@
 // the file, finds all mistakes, and lists what a table would hold.
 #include "commands.h"
 #include "files.h"
+#include "progress.h"
 
 #include <stdkro/logger.h>
 #include <stdkro/str.h>
@@ -17,7 +18,7 @@ namespace {
 
 class language_checker : public xml_handler {
 public:
-    explicit language_checker(const std::string& path) : path_(path) {}
+    language_checker(const std::string& path, progress& work) : path_(path), work_(work) {}
 
     bool has_problem() const { return has_problem_; }
 
@@ -36,6 +37,7 @@ public:
 
     int onEndNode(xml_node_t) override
     {
+        work_.reached(get_reader()->get_pos(), get_reader()->get_size());
         --depth_;
         if (in_block_ && depth_ == (is_container_ ? 1 : 0))
             end_block();
@@ -67,6 +69,7 @@ private:
             problem("a language block needs the attribute langid");
         else if (is_container_ && language != "english" && language != "chinese")
             problem("langid is neither english nor chinese: nobody takes this block");
+        before_output();
         std::printf("%s\n", language.c_str());
     }
 
@@ -88,6 +91,7 @@ private:
             problem(place + " has no fmt");
         else if (std::strstr(text.c_str(), "%n"))
             problem(place + " holds %n and is not used");
+        before_output();
         std::printf("%5d %-6s %s\n", number_, type.c_str(), str::write_quote(text.c_str()).c_str());
     }
 
@@ -104,10 +108,11 @@ private:
     {
         has_problem_ = true;
         std::fflush(stdout);
-        std::fprintf(stderr, "%s:%d: %s\n", path_.c_str(), get_reader()->get_line(), text.c_str());
+        print_message("%s:%d: %s\n", path_.c_str(), get_reader()->get_line(), text.c_str());
     }
 
     const std::string path_;
+    progress& work_;
     bool has_problem_ = false;
     bool is_container_ = false; // of one block for each language
     bool in_block_ = false;
@@ -129,7 +134,8 @@ int messages_command(const command_words& words)
         return report_error_in(path, opened);
     xml_reader in;
     in.load_string(text.data(), text.data() + text.size(), false);
-    language_checker checker(path);
+    progress work("checking " + path);
+    language_checker checker(path, work);
     const int r = in.read_doc(&checker);
     return r < 0 || checker.has_problem() ? exit_failure : exit_success;
 }

@@ -1,5 +1,6 @@
 // kro proc: runs a program as the library does.
 #include "commands.h"
+#include "progress.h"
 
 #include <stdkro/process.h>
 #include <stdkro/thread.h>
@@ -106,6 +107,7 @@ int run_program(const program& p, const char* directory)
 
 int run(const command_words& words)
 {
+    const lent_terminal child(true);
     const std::string directory = words.text("dir");
     const std::string input = words.text("in");
     const program p = read_program(words.operands);
@@ -127,23 +129,36 @@ int run_silently(const program& p)
     return child.wait_done();
 }
 
-int time(const command_words& words)
+// Runs the program again and again. 0, or what went wrong, as an exit code: -1 when it did not start.
+int measure(const program& p, std::vector<double>& spans)
 {
     constexpr std::size_t runs = 9;
-    const program p = read_program(words.operands);
-    std::vector<double> spans;
+    progress work("measuring");
+    work.counts("run");
     timer watch;
-    for (std::size_t i = 0; i < runs; ++i) {
+    while (spans.size() < runs) {
+        work.reached(spans.size(), runs);
         watch.reset();
         const int exit_code = run_silently(p);
         spans.push_back(watch.spend());
-        if (exit_code < 0)
-            return report_system_error(err::execute_process);
-        if (exit_code > 0)
-            return report_error(err::failed, ("exit code " + std::to_string(exit_code)).c_str());
+        if (exit_code != 0)
+            return exit_code;
+        work.add(1, 0);
     }
+    return 0;
+}
+
+int time(const command_words& words)
+{
+    const program p = read_program(words.operands);
+    std::vector<double> spans;
+    const int exit_code = measure(p, spans);
+    if (exit_code < 0)
+        return report_system_error(err::execute_process);
+    if (exit_code > 0)
+        return report_error(err::failed, ("exit code " + std::to_string(exit_code)).c_str());
     std::sort(spans.begin(), spans.end());
-    std::printf("minimum %.3f ms\nmedian %.3f ms\nmaximum %.3f ms\n", spans.front(), spans[runs / 2], spans.back());
+    std::printf("minimum %.3f ms\nmedian %.3f ms\nmaximum %.3f ms\n", spans.front(), spans[spans.size() / 2], spans.back());
     return exit_success;
 }
 

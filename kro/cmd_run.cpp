@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <optional>
 
 namespace {
 
@@ -17,11 +18,11 @@ namespace {
 int report_run_error(const script& s, const xpp::xmachine& machine)
 {
     std::cout.flush();
-    std::fputs(describe_error(s, machine.find_ip_line(), machine.get_last_error()).c_str(), stderr);
+    print_lines(stderr, describe_error(s, machine.find_ip_line(), machine.get_last_error()));
     int line = machine.find_ip_line();
     for (unsigned i = machine.count_contexts(); i-- > 0;) {
         const xpp::xcontext& active = *machine.get_context(i);
-        std::fprintf(stderr, "    in %s, %s:%d\n", active.get_method().get_name().c_str(), s.name.c_str(), line);
+        print_message("    in %s, %s:%d\n", active.get_method().get_name().c_str(), s.name.c_str(), line);
         // A caller goes on behind its CALL.
         line = machine.find_line(active.get_return_addr() - 1);
     }
@@ -31,7 +32,10 @@ int report_run_error(const script& s, const xpp::xmachine& machine)
 int run_shown(xpp::xmachine& machine, const script& s)
 {
     progress work("running " + s.name);
-    const watched_stream watched(std::cout, work);
+    const watched_stream standard(std::cout, work); // "echo" writes there, whatever the output is
+    std::optional<watched_stream> file;
+    if (machine.get_ostream() != &std::cout)
+        file.emplace(*machine.get_ostream(), work);
     return machine.run();
 }
 

@@ -135,7 +135,7 @@ void scanner::advance(char c)
 
 void scanner::print(const piece& p)
 {
-    work_.before_output();
+    before_output();
     if (p.rule >= 0)
         std::printf("%lu:%lu %d ", line_, column_, p.rule);
     else

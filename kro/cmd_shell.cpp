@@ -3,6 +3,7 @@
 #include "console.h"
 #include "definition.h"
 #include "evaluation.h"
+#include "progress.h"
 
 #include <stdkro/shell.h>
 #include <stdkro/xcpt.h>
@@ -164,6 +165,7 @@ int shell_command(const command_words&)
     sh.half_done(true);
     if (!is_typed_input())
         return run_lines(sh) < 0 ? exit_failure : exit_success;
+    const lent_terminal typing(true);
     sh.auto_complete(true);
     sh.run("kro> ");
     return exit_success;

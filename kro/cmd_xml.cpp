@@ -22,39 +22,48 @@ struct failure {
     std::string message;
 };
 
-// Builds a tree and notes the failure.
+// Builds a tree, tells how far that is, and notes the failure.
 class builder : public xml_node_handler {
 public:
-    builder(xml_node* target, failure& failed) : xml_node_handler(target, false, true), failed_(failed) {}
+    builder(xml_node* target, failure& failed, progress& work)
+        : xml_node_handler(target, false, true), failed_(failed), work_(work)
+    {
+    }
     void onError(int code, const char* message) override
     {
         failed_ = { code, get_reader()->get_line(), message };
     }
+    int onEndNode(xml_node_t kind) override
+    {
+        work_.reached(get_reader()->get_pos(), get_reader()->get_size());
+        return xml_node_handler::onEndNode(kind);
+    }
 
 private:
     failure& failed_;
+    progress& work_;
 };
 
-int read_text(const std::string& text, xml_doc& doc, failure& failed)
+int read_text(const std::string& text, xml_doc& doc, failure& failed, progress& work)
 {
     xml_reader in;
     in.load_string(text.data(), text.data() + text.size(), false);
-    builder handler(doc.all(), failed);
+    builder handler(doc.all(), failed, work);
     return in.read_doc(&handler);
+}
+
+void write_shown(const xml_doc& doc, bool pretty, std::ostream& out)
+{
+    progress work("writing");
+    const watched_stream watched(out, work);
+    doc.write(out, pretty);
 }
 
 std::string printed(const xml_doc& doc, bool pretty)
 {
-    const progress work("writing");
     std::ostringstream out;
-    doc.write(out, pretty);
+    write_shown(doc, pretty, out);
     return out.str();
-}
-
-int print_text(const std::string& text)
-{
-    const bool done = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    return done ? exit_success : report_error(err::file_system);
 }
 
 // ---- dumps
@@ -110,7 +119,8 @@ public:
 private:
     int print(const char* event, const std::string& what)
     {
-        work_.before_output();
+        work_.reached(get_reader()->get_pos(), get_reader()->get_size());
+        before_output();
         std::printf("%d: %s%s\n", get_reader()->get_line(), event, what.c_str());
         return err::ok;
     }
@@ -166,8 +176,8 @@ int report_failure(const xml_file& file, const failure& failed)
 
 int read_shown(xml_file& file, failure& failed)
 {
-    const progress work("reading " + file.path);
-    return read_text(file.text, file.doc, failed);
+    progress work("reading " + file.path);
+    return read_text(file.text, file.doc, failed, work);
 }
 
 int load(xml_file& file)
@@ -183,15 +193,16 @@ int report_path(const xml_file& file, const std::string& path, int code)
 
 int refuse(const xml_file& file, const char* why)
 {
-    std::fprintf(stderr, "%s: %s; nothing was written\n", file.path.c_str(), why);
+    print_message("%s: %s; nothing was written\n", file.path.c_str(), why);
     return exit_failure;
 }
 
 // Reads what is to be written into `back`: where that fails, nothing is written.
 bool is_readable(const std::string& text, xml_doc& back)
 {
+    progress work("reading what is to be written");
     failure failed;
-    return read_text(text, back, failed) >= 0;
+    return read_text(text, back, failed, work) >= 0;
 }
 
 int save(const xml_file& file, const std::string& text)

@@ -9,6 +9,9 @@ bool is_typed_input();
 /// Whether somebody sees standard output, and standard error, at once: it is a terminal.
 bool is_shown_output();
 bool is_shown_error();
+/// How wide the terminal of standard error is at present, 80 where nobody knows; 0 while it
+/// belongs to others, because this program works in the background.
+unsigned shown_columns();
 
 /// Reads a line of any length without its end, behind the prompt when somebody types.
 /// False at the end of the input.

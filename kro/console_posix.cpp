@@ -1,7 +1,17 @@
 #include "console.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 bool is_typed_input() { return isatty(STDIN_FILENO) == 1; }
 bool is_shown_output() { return isatty(STDOUT_FILENO) == 1; }
 bool is_shown_error() { return isatty(STDERR_FILENO) == 1; }
+
+unsigned shown_columns()
+{
+    const pid_t owner = tcgetpgrp(STDERR_FILENO); // -1 for a terminal that does not control this session
+    if (owner >= 0 && owner != getpgrp())
+        return 0;
+    winsize size = {};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}

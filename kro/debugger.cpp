@@ -1,5 +1,7 @@
 #include "debugger.h"
 
+#include "progress.h"
+
 #include <stdkro/ecalc.h>
 
 #include <algorithm>
@@ -106,14 +108,25 @@ template <class CONDITION> void debugger::run_until(CONDITION is_there)
 {
     if (!can_go())
         return;
+    const breakpoint* const at = advance_until(is_there);
+    if (state_ == stopped)
+        show_stop(at);
+    else
+        show_end();
+}
+
+// Goes to the place, to a breakpoint, which is given, or to the end.
+template <class CONDITION> const debugger::breakpoint* debugger::advance_until(CONDITION is_there)
+{
+    const progress work("running " + source_.name);
     while (advance()) {
         const breakpoint* const at = reached();
         const bool is_done = (!is_entering_ || is_at_body()) && is_there();
         if (at || is_done)
-            return show_stop(at);
+            return at;
         is_entering_ = is_entering_ && !is_at_body();
     }
-    show_end();
+    return nullptr;
 }
 
 void debugger::step()
@@ -288,22 +301,30 @@ void debugger::print_code()
         say() << '\n';
 }
 
+// Throws `xcpt` for an expression that is wrong.
+base_var debugger::evaluated(const std::string& expression)
+{
+    const progress work("evaluating");
+    evaluator calc(machine_);
+    eparser::elexer lexer;
+    base_var value;
+    int r = lexer.load_string(expression.c_str(), nullptr, false);
+    if (r >= 0)
+        r = calc.calc_expr(value, &lexer);
+    if (r >= 0 && lexer.get_token(nullptr) != base_lexer::TK_EOF)
+        r = err::syntax;
+    if (r >= 0 && !value.is_rvalue())
+        r = value.get_err();
+    if (r < 0)
+        throw xrterror(r, "%s", get_err_info(r));
+    return value;
+}
+
 void debugger::print_value(const std::string& expression)
 {
     const bool was_running = machine_.is_running();
     try {
-        evaluator calc(machine_);
-        eparser::elexer lexer;
-        base_var value;
-        int r = lexer.load_string(expression.c_str(), nullptr, false);
-        if (r >= 0)
-            r = calc.calc_expr(value, &lexer);
-        if (r >= 0 && lexer.get_token(nullptr) != base_lexer::TK_EOF)
-            r = err::syntax;
-        if (r >= 0 && !value.is_rvalue())
-            r = value.get_err();
-        if (r < 0)
-            throw xrterror(r, "%s", get_err_info(r));
+        const base_var value = evaluated(expression); // may write itself
         say() << value << '\n';
     } catch (const xcpt& e) {
         say() << "error: " << (*e.what() ? e.what() : get_err_info(e.get_err())) << '\n';

@@ -69,6 +69,7 @@ private:
     };
 
     template <class CONDITION> void run_until(CONDITION is_there);
+    template <class CONDITION> const breakpoint* advance_until(CONDITION is_there);
     bool advance();
     const breakpoint* reached() const;
     bool is_at_body() const;
@@ -81,6 +82,7 @@ private:
     void show_stop(const breakpoint* at);
     void show_end();
     void print_lines_around(int line);
+    base_var evaluated(const std::string& expression);
 
     /// The stream for what the debugger says itself.
     std::ostream& say();

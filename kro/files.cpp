@@ -2,9 +2,11 @@
 
 #include "command.h"
 #include "gbk_table.h"
+#include "progress.h"
 
 #include <stdkro/xcpt.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -65,7 +67,7 @@ unsigned gbk_character(unsigned char first, unsigned char second)
 int print_error(const std::string& place, int code, const char* message)
 {
     const std::string text = utf8_of_gbk(message && *message ? message : get_err_info(code));
-    std::fprintf(stderr, "%s: error 0x%08x: %s\n", place.c_str(), static_cast<unsigned>(code), text.c_str());
+    print_message("%s: error 0x%08x: %s\n", place.c_str(), static_cast<unsigned>(code), text.c_str());
     return exit_failure;
 }
 
@@ -73,15 +75,31 @@ int print_error(const std::string& place, int code, const char* message)
 
 int read_whole_file(const std::string& path, std::string& bytes)
 {
+    progress work("reading " + path);
     std::error_code ignored;
     const file_pointer file(fs::is_directory(path, ignored) ? nullptr : std::fopen(path.c_str(), "rb"));
     if (!file)
         return err::file_system;
     bytes.clear();
     char piece[65536];
-    while (const std::size_t n = std::fread(piece, 1, sizeof piece, file.get()))
+    while (const std::size_t n = std::fread(piece, 1, sizeof piece, file.get())) {
         bytes.append(piece, n);
+        work.add(0, n);
+    }
     return std::ferror(file.get()) ? err::file_system : err::ok;
+}
+
+int print_text(const std::string& text)
+{
+    progress work("printing", progress::unless_output_is_seen);
+    constexpr std::size_t most = 65536;
+    for (std::size_t done = 0; done < text.size(); done += most) {
+        work.reached(done, text.size());
+        const std::size_t n = std::min(most, text.size() - done);
+        if (std::fwrite(text.data() + done, 1, n, stdout) != n)
+            return report_error(err::file_system);
+    }
+    return exit_success;
 }
 
 int replace_file(const std::string& path, const std::string& bytes)

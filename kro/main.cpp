@@ -1,10 +1,12 @@
 // kro: the languages of the library from a terminal.
 #include "command.h"
+#include "progress.h"
 #include "usage.h"
 
 #include <stdkro/xcpt.h>
 
 #include <cstdio>
+#include <iostream>
 
 namespace {
 
@@ -16,16 +18,26 @@ std::string command_name(const std::string& word)
     return word == "--version" ? "version" : word;
 }
 
+int run_shown(const command& c, const command_words& words)
+{
+    const progress work(c.name, progress::unless_output_is_seen);
+    int status = exit_success;
+    if (words.has(help_option.name))
+        print_help(c);
+    else
+        status = c.run(words);
+    // It may take long until somebody takes the output.
+    std::cout.flush();
+    std::fflush(stdout);
+    return status;
+}
+
 } // namespace
 
 int run_guarded(const command& c, const arguments& words)
 {
     try {
-        const command_words read = read_words(c, words);
-        if (!read.has(help_option.name))
-            return c.run(read);
-        print_help(c);
-        return exit_success;
+        return run_shown(c, read_words(c, words));
     } catch (const usage_error& e) {
         std::fprintf(stderr, "kro %s: %s\n", c.name, e.message.c_str());
         print_usage(stderr, c);
@@ -35,7 +47,7 @@ int run_guarded(const command& c, const arguments& words)
 
 int report_error(int code, const char* message)
 {
-    std::fprintf(stderr, "error 0x%08x: %s\n", static_cast<unsigned>(code),
+    print_message("error 0x%08x: %s\n", static_cast<unsigned>(code),
                  message && *message ? message : get_err_info(code));
     return exit_failure;
 }

@@ -3,6 +3,8 @@
 #ifndef STDKRO_KRO_MARKED_OUTPUT_H
 #define STDKRO_KRO_MARKED_OUTPUT_H
 
+#include "progress.h"
+
 #include <iostream>
 #include <streambuf>
 
@@ -30,6 +32,7 @@ protected:
     {
         if (traits_type::eq_int_type(c, traits_type::eof()))
             return traits_type::not_eof(c);
+        before_output();
         if (place_ != inside)
             std::cout << (place_ == broken ? "+ " : "| ");
         std::cout << traits_type::to_char_type(c);

@@ -1,6 +1,8 @@
 // The clients of `kro net`.
 #include "command.h"
+#include "console.h"
 #include "net_service.h"
+#include "progress.h"
 
 #include <stdkro/thread.h>
 #include <stdkro/xcpt.h>
@@ -34,7 +36,7 @@ unsigned read_input(char* dst, unsigned size)
 // Sends and receives at once: an echo of a long text would fill both directions.
 class sender : public fdbase {
 public:
-    explicit sender(net_loop& loop) : loop_(loop) {}
+    sender(net_loop& loop, progress& work) : loop_(loop), work_(work) {}
 
     int run(const net_task& task);
     int get_fd() override { return static_cast<int>(socket_.get_socket()); }
@@ -55,6 +57,7 @@ private:
     }
 
     net_loop& loop_;
+    progress& work_;
     Socket socket_;
     packet pending_;
     int index_ = -1;
@@ -69,6 +72,7 @@ int sender::do_read()
     const int n = socket_.receive(block, sizeof block);
     if (n < 0)
         return end(is_sent_ && n == err::shut_up ? 0 : n);
+    before_output();
     std::fwrite(block, 1, static_cast<std::size_t>(n), stdout);
     std::fflush(stdout);
     return 0;
@@ -92,6 +96,7 @@ int sender::do_write()
     if (n < 0)
         return end(n);
     pending_.rmove(n);
+    work_.add(0, static_cast<unsigned>(n));
     return 0;
 }
 
@@ -111,12 +116,15 @@ int sender::run(const net_task& task)
 }
 
 // Each line becomes a datagram, without its end.
-int send_datagrams(const net_task& task)
+int send_datagrams(const net_task& task, progress& work)
 {
+    work.counts("datagram");
     Socket socket;
     int r = connect_to(task, socket);
-    for (std::string line; r >= 0 && std::getline(std::cin, line);)
+    for (std::string line; r >= 0 && std::getline(std::cin, line);) {
         r = socket.send(line.data(), static_cast<unsigned>(line.size()));
+        work.add(1, line.size());
+    }
     return r;
 }
 
@@ -192,6 +200,30 @@ int pinger::do_read()
     return 0;
 }
 
+// Makes the round trips and notes how long each took; a lost datagram took none.
+int measure(net_task& task, std::vector<double>& spans)
+{
+    progress work("measuring");
+    work.counts("round trip");
+    pinger client(task);
+    const int opened = client.open();
+    if (opened < 0)
+        return opened;
+    timer watch;
+    for (int i = 0; i < task.count; ++i) {
+        work.reached(static_cast<unsigned>(i), static_cast<unsigned>(task.count));
+        watch.reset();
+        const int r = client.round_trip(static_cast<unsigned>(i));
+        const double span = watch.spend();
+        if (r >= 0)
+            spans.push_back(span);
+        else if (r != err::timeout || task.transport == net_transport::stream)
+            return r;
+        work.add(r >= 0 ? 1 : 0, 0);
+    }
+    return 0;
+}
+
 int report(int code) { return code < 0 ? report_error(code) : exit_success; }
 
 } // namespace
@@ -200,28 +232,19 @@ int send_input(net_task& task)
 {
     // With a buffer of its own the stream gives what is there without waiting for more.
     std::ios::sync_with_stdio(false);
-    if (task.transport == net_transport::datagram)
-        return report(send_datagrams(task));
-    return report(sender(*task.loop).run(task));
+    progress work("sending");
+    const lent_terminal typing(is_typed_input());
+    const bool is_stream = task.transport == net_transport::stream;
+    const int r = is_stream ? sender(*task.loop, work).run(task) : send_datagrams(task, work);
+    return report(r);
 }
 
 int ping(net_task& task)
 {
-    pinger client(task);
-    int r = client.open();
+    std::vector<double> spans;
+    const int r = measure(task, spans);
     if (r < 0)
         return report_error(r);
-    std::vector<double> spans;
-    timer watch;
-    for (int i = 0; i < task.count; ++i) {
-        watch.reset();
-        r = client.round_trip(static_cast<unsigned>(i));
-        const double span = watch.spend();
-        if (r >= 0)
-            spans.push_back(span);
-        else if (r != err::timeout || task.transport == net_transport::stream)
-            return report_error(r);
-    }
     std::printf("%d of %d came back\n", static_cast<int>(spans.size()), task.count);
     if (spans.empty())
         return report_error(err::timeout);

@@ -5,6 +5,7 @@
 // nobody else's time.
 #include "command.h"
 #include "net_service.h"
+#include "progress.h"
 
 #include <stdkro/xcpt.h>
 
@@ -19,8 +20,7 @@ constexpr int backlog = 128;
 
 void tell(const SockAddr& peer, unsigned long long bytes)
 {
-    std::printf("%s: %llu bytes\n", peer.get_addr().c_str(), bytes);
-    std::fflush(stdout);
+    print_lines(stdout, std::string(peer.get_addr().c_str()) + ": " + std::to_string(bytes) + " bytes\n");
 }
 
 class stream_server;
@@ -62,11 +62,12 @@ private:
 
 class stream_server : public fdbase {
 public:
-    stream_server(net_task& task, net_answer answer) : task_(task), answer_(answer) {}
+    stream_server(net_task& task, net_answer answer) : task_(task), answer_(answer) { work_.counts("connection"); }
 
     int run();
     net_loop& loop() { return *task_.loop; }
     bool echoes() const { return answer_ == net_answer::echo; }
+    progress& work() { return work_; }
     /// Takes a connection that has left the loop; it is freed when no handler runs.
     void bury(connection* dead);
 
@@ -83,6 +84,7 @@ private:
 
     net_task& task_;
     net_answer answer_;
+    progress work_ { "serving" };
     Socket socket_;
     std::map<connection*, std::unique_ptr<connection>> connections_;
     std::vector<std::unique_ptr<connection>> dead_;
@@ -107,6 +109,7 @@ int connection::do_read()
     if (is_at_end_)
         return settle();
     received_ += static_cast<unsigned>(n);
+    server_.work().add(0, static_cast<unsigned>(n));
     if (server_.echoes()) {
         if (pending_.write(block, static_cast<unsigned>(n)) == 0)
             return finish();
@@ -166,7 +169,7 @@ int stream_server::run()
     if (r < 0)
         return report_error(r);
     index_ = loop().add(*this, EV_READ);
-    std::fprintf(stderr, "listening on %s\n", task_.address.get_addr().c_str());
+    print_message("listening on %s\n", task_.address.get_addr().c_str());
     while (task_.count == 0 || served_ < task_.count) {
         const timeval pause = { 1, 0 };
         if (loop().wait(is_paused_ ? &pause : nullptr) < 0)
@@ -193,8 +196,10 @@ int stream_server::do_read()
     }
     auto fresh = std::make_unique<connection>(*this, accepted, peer);
     connection* const key = fresh.get();
-    if (fresh->join())
+    if (fresh->join()) {
         connections_[key] = std::move(fresh);
+        work_.add(1, 0);
+    }
     return 0;
 }
 
@@ -208,7 +213,10 @@ void stream_server::bury(connection* dead)
 
 class datagram_server : public fdbase {
 public:
-    datagram_server(net_task& task, net_answer answer) : task_(task), answer_(answer), datagram_(1 << 16) {}
+    datagram_server(net_task& task, net_answer answer) : task_(task), answer_(answer), datagram_(1 << 16)
+    {
+        work_.counts("datagram");
+    }
 
     int run();
     int get_fd() override { return static_cast<int>(socket_.get_socket()); }
@@ -224,6 +232,7 @@ private:
 
     net_task& task_;
     net_answer answer_;
+    progress work_ { "serving" };
     Socket socket_;
     std::vector<char> datagram_;
     int served_ = 0;
@@ -245,7 +254,7 @@ int datagram_server::run()
     if (r < 0)
         return report_error(r);
     task_.loop->add(*this, EV_READ);
-    std::fprintf(stderr, "listening on %s\n", task_.address.get_addr().c_str());
+    print_message("listening on %s\n", task_.address.get_addr().c_str());
     while (task_.count == 0 || served_ < task_.count)
         if (task_.loop->wait(nullptr) < 0)
             return report_error(err::network);
@@ -264,6 +273,7 @@ int datagram_server::do_read()
     else
         tell(peer, static_cast<unsigned>(n));
     ++served_;
+    work_.add(1, static_cast<unsigned>(n));
     return 0;
 }
 

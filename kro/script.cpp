@@ -1,6 +1,8 @@
 #include "script.h"
 
 #include "command.h"
+#include "console.h"
+#include "progress.h"
 
 #include <stdkro/xcpt.h>
 
@@ -11,7 +13,11 @@
 int script::load(const std::string& path)
 {
     name = path;
-    return path == "-" ? lexer.load_stream(std::cin) : lexer.load_file(path.c_str(), "r");
+    const progress work("reading " + name);
+    if (path != "-")
+        return lexer.load_file(path.c_str(), "r");
+    const lent_terminal typing(is_typed_input());
+    return lexer.load_stream(std::cin);
 }
 
 std::string script::line(int number) const
@@ -54,9 +60,10 @@ void define(xpp::xfield& names, const std::vector<definition>& definitions)
 
 int compile(xpp::xmachine& machine, script& s)
 {
+    const progress work("compiling " + s.name);
     xpp::xcompiler compiler;
     if (compiler.compile(machine, &s.lexer) < 0) {
-        std::fputs(describe_error(s, compiler.get_last_line(), compiler.get_last_error()).c_str(), stderr);
+        print_lines(stderr, describe_error(s, compiler.get_last_line(), compiler.get_last_error()));
         return exit_failure;
     }
     machine.set_src_fname(s.name.c_str());

@@ -65,8 +65,11 @@ def manual(commands):
            ".B kro", ".I COMMAND", "[\\fIWORD\\fR]...", ".SH DESCRIPTION",
            "Evaluates expressions, runs and debugs scripts, matches patterns, reads and changes documents,",
            "writes logs, serves sockets and runs programs. Options may stand anywhere behind the command's name;",
-           ".B \\-\\-", "ends them. A command that works for more than two seconds says so on standard error where",
-           "that is a terminal.", ".SH COMMANDS"]
+           ".B \\-\\-", "ends them.", ".PP",
+           "A command that works for more than two seconds shows on standard error, where that is a terminal, what it",
+           "does, how far that is and for how long. There is no such line while a person types, beside output on the",
+           "same terminal, while \\fBkro proc run\\fR has given the terminal to its program, and in the background.",
+           ".SH COMMANDS"]
     for command in commands:
         out += [".SS %s" % roff(command.name)]
         for number, form in enumerate(command.forms):
