@@ -15,6 +15,9 @@ int fdbase::do_error() { return 0; }
 
 void fdbase::dispatch_events(int events)
 {
+    // `poller` asks all its objects at every wait, and mostly nothing has happened.
+    if (events == 0)
+        return;
     if ((events & EV_READ) && do_read() < 0)
         return;
     if ((events & EV_WRITE) && do_write() < 0)

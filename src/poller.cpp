@@ -10,12 +10,11 @@
 #include <algorithm>
 #include <new>
 
-// A slot's descriptor (-1: unused), the events wanted and returned, and the descriptor's number in the
-// watch table.
+// A slot's descriptor (-1: unused), the events wanted, and the descriptor's number in the watch table,
+// where the events returned stand: none for the number -1, which a record has until the next wait.
 struct poller::record {
     int fd;
     short wanted;
-    short returned;
     int watched;
 };
 
@@ -56,7 +55,7 @@ int poller::expand(unsigned capacity)
         return -1;
     }
     std::copy_n(records_, before, records);
-    std::fill(records + before, records + capacity, record { -1, 0, 0, -1 });
+    std::fill(records + before, records + capacity, record { -1, 0, -1 });
     delete[] records_;
     watch_table::destroy(watch_);
     records_ = records;
@@ -70,7 +69,7 @@ int poller::add(fdbase& object, int events)
     const int index = objects_.add(object);
     if (index < 0)
         return index;
-    records_[index] = { object.get_fd(), low_bits(events), 0, -1 };
+    records_[index] = { object.get_fd(), low_bits(events), -1 };
     is_changed_ = true;
     return index;
 }
@@ -128,8 +127,8 @@ int poller::wait(const timeval* limit)
         rebuild_watch();
     const loop_time time(limit, microseconds_of_fraction);
     const int n = watch_ ? watch_->wait(time.limit(), waker_) : -1;
-    for (unsigned i = 0; i < capacity(); ++i)
-        records_[i].returned = n > 0 ? static_cast<short>(watch_->ready(records_[i].watched)) : short(0);
+    if (n <= 0 && watch_)
+        watch_->forget_ready(); // a handler that waits too goes on with these results
     if (waited_)
         waited_(waited_argument_);
     if (n > 0)
@@ -137,13 +136,14 @@ int poller::wait(const timeval* limit)
     return n;
 }
 
-// Handlers may change everything: each step looks at the present arrays.
+// Handlers may change everything: each step looks at the present arrays. This is most of what a wait
+// costs besides the system's part.
 void poller::dispatch()
 {
     for (unsigned i = 0; i < capacity(); ++i) {
-        fdbase* const object = get(static_cast<int>(i));
+        fdbase* const object = at(i);
         if (object && records_[i].fd >= 0)
-            object->dispatch_events(records_[i].returned);
+            object->dispatch_events(watch_->ready(records_[i].watched));
     }
 }
 
@@ -155,7 +155,7 @@ void poller::refresh()
             continue;
         int events = 0;
         const int fd = object->get_events(events);
-        records_[i] = { fd, low_bits(events), 0, -1 };
+        records_[i] = { fd, low_bits(events), -1 };
     }
     is_changed_ = true;
 }

@@ -64,13 +64,10 @@ void watch_table::enter(int fd, int events)
 
 int watch_table::wait(const timeval* limit, unsigned waker) { return sys_poll(records_, count_, limit, waker); }
 
-int watch_table::events_of(short conditions)
+void watch_table::forget_ready()
 {
-    int events = 0;
-    for (int k = 0; k < 3; ++k)
-        if (conditions & condition_of[k])
-            events |= 1 << k;
-    return events;
+    for (unsigned i = 0; i < count_; ++i)
+        records_[i].ready = 0;
 }
 
 int watch_table::ready_of_all() const

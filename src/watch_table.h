@@ -18,7 +18,11 @@ public:
     /// The conditions in the order of the event bits 1, 2, 4.            ORDER events
     static constexpr short condition_of[3] = { sys_poll_in, sys_poll_out, sys_poll_exceptional };
     /// The event bits of conditions.
-    static int events_of(short conditions);
+    static int events_of(short conditions)
+    {
+        static_assert(sys_poll_in == 1 && sys_poll_exceptional == 2 && sys_poll_out == 4, "the table's indexes");
+        return events_by_conditions[conditions & 7];
+    }
 
     /// A table for up to `capacity` descriptors with those of `before` (which may be null) and what they
     /// are ready for; null without memory. Free it with `destroy`.
@@ -40,12 +44,16 @@ public:
     /// 0 for the number -1.
     int ready(int number) const
     {
-        return number < 0 || records_[number].ready == 0 ? 0 : events_of(records_[number].ready);
+        return number < 0 ? 0 : events_of(records_[number].ready);
     }
+    /// Makes all of them 0.
+    void forget_ready();
     /// The event bits that any descriptor was ready for then.
     int ready_of_all() const;
 
 private:
+    static constexpr unsigned char events_by_conditions[8] = { 0, 1, 4, 5, 2, 3, 6, 7 };
+
     watch_table() = default;
     sys_poll_record* find_or_add(int fd);
 

@@ -64,6 +64,12 @@ template <class loop> std::string served(loop& l, const timeval* limit)
     return std::to_string(n) + ": " + calls;
 }
 
+void drain(socket_pair& p)
+{
+    char bytes[64];
+    p.here.receive(bytes, sizeof bytes);
+}
+
 double seconds_of(const std::function<void()>& run)
 {
     const auto begin = clock_type::now();
@@ -701,6 +707,40 @@ TEST(poller, tells_all_objects_of_one_descriptor)
     loop.add(a, EV_WRITE);
     loop.add(b, EV_READ);
     EXPECT_EQ("1: a:write b:write ", served(loop, nullptr));
+}
+
+// What the records returned is replaced by each wait, also while a dispatch goes over them.
+TEST(poller, goes_on_with_what_a_wait_inside_a_handler_returned)
+{
+    static const struct {
+        void (*before)(socket_pair* p);
+        int result;
+        const char* calls;
+    } cases[] = {
+        { [](socket_pair*) {}, 2, "2: a:read a:read b:read b:read " },
+        { [](socket_pair* p) { drain(p[0]); }, 1, "2: a:read b:read b:read " },
+        { [](socket_pair* p) { drain(p[0]), drain(p[1]); }, 0, "2: a:read " },
+        { [](socket_pair* p) { Socket(p[0].here.detach()).close(); }, -1, "2: a:read " },
+    };
+    for (const auto& c : cases) {
+        socket_pair p[2];
+        client a("a", p[0].here);
+        client b("b", p[1].here);
+        poller loop(2);
+        loop.add(a, EV_READ);
+        loop.add(b, EV_READ);
+        for (auto& pair : p)
+            pair.make_readable();
+        bool is_inside = false;
+        a.on_read = [&] {
+            if (is_inside)
+                return;
+            is_inside = true;
+            c.before(p);
+            EXPECT_EQ(c.result, loop.wait(&at_once));
+        };
+        EXPECT_EQ(c.calls, served(loop, nullptr));
+    }
 }
 
 TEST(poller, stops_at_a_negative_result)

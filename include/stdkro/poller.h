@@ -82,6 +82,8 @@ public:
     unsigned capacity() const { return capacity_; }
 
 private:
+    friend class served_objects;
+
     bool is_index(int index) const { return index >= 0 && static_cast<unsigned>(index) < capacity_; }
 
     unsigned count_ = 0;
@@ -110,6 +112,12 @@ protected:
     ~served_objects() = default;
 
     fdset objects_;
+
+private:
+    friend class poller;
+
+    // What `get` gives for an index below the capacity, without a call.
+    fdbase* at(unsigned index) const { return objects_.slots_[index]; }
 };
 
 /// What `selector` and `epoller` call besides their objects.
