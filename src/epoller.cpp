@@ -95,7 +95,7 @@ int epoller::add(fdbase& object, int events)
             index = other;
         }
     }
-    ep_ctl(list_, EP_ADD, object.get_fd(), { list_events(events), &object, index });
+    ep_ctl(list_, EP_ADD, object.get_fd(), { list_events(events), index, &object });
     shadows_[index].current = &object;
     return index;
 }
@@ -105,7 +105,7 @@ int epoller::remove(int index)
     fdbase* const object = get(index);
     if (!object)
         return -1;
-    ep_ctl(list_, EP_DELETE, object->get_fd(), { 0, nullptr, -1 });
+    ep_ctl(list_, EP_DELETE, object->get_fd(), { 0, -1, nullptr });
     objects_.remove(index);
     shadows_[index] = { nullptr, shadows_[index].current };
     return 0;
@@ -114,7 +114,7 @@ int epoller::remove(int index)
 int epoller::set_events(int index, int events)
 {
     fdbase* const object = get(index);
-    return object ? ep_ctl(list_, EP_MODIFY, object->get_fd(), { list_events(events), object, index }) : -1;
+    return object ? ep_ctl(list_, EP_MODIFY, object->get_fd(), { list_events(events), index, object }) : -1;
 }
 
 void epoller::clear()
@@ -149,8 +149,8 @@ int epoller::wait(const timeval* limit)
 
 bool epoller::is_current(const ready_record& record) const
 {
-    return record.index >= 0 && static_cast<unsigned>(record.index) < capacity()
-        && shadows_[record.index].current == record.object;
+    const unsigned index = static_cast<unsigned>(record.index); // negative: beyond every capacity
+    return index < capacity() && shadows_[index].current == record.object;
 }
 
 void epoller::serve(const ready_record& record)
@@ -162,7 +162,8 @@ void epoller::serve(const ready_record& record)
         return;
     if (!is_current(record) || ((record.events & (EP_ERR | hang_up_bit)) && object->do_error() < 0))
         return;
-    call_exec();
+    if (get_exec_object())
+        call_exec();
 }
 
 // Handlers may change everything: each step looks at the present arrays, and works on a copy of its

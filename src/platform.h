@@ -126,6 +126,15 @@ struct sys_watch {
     short wanted;
     unsigned closings;
 };
+/// What such a list reports: a descriptor, the conditions that hold, and the mark that the descriptor was
+/// set with.
+struct sys_ready_event {
+    int fd;
+    short ready;
+    unsigned mark;
+};
+/// Marks are below this.
+const unsigned sys_ready_marks = 1u << 29;
 /// What sys_ready_wait gives besides a number.
 enum { sys_ready_stale = -1, sys_ready_unsure = -2 };
 
@@ -134,17 +143,18 @@ enum { sys_ready_stale = -1, sys_ready_unsure = -2 };
 sys_ready_list* sys_ready_open(unsigned capacity, unsigned waker);
 /// Null does nothing.
 void sys_ready_close(sys_ready_list* list);
-/// Makes the list wait for other conditions, 0 for none. 0, or -1: then the list is stale.
-int sys_ready_set(sys_ready_list* list, sys_watch* watch, short wanted);
+/// Makes the list wait for other conditions, 0 for none; the mark comes back with what is reported. 0, or
+/// -1: then the list is stale.
+int sys_ready_set(sys_ready_list* list, sys_watch* watch, short wanted, unsigned mark);
 /// Waits as sys_poll does; `watches` are all those of the list, and some that it does not hold. Returns how
-/// many descriptors are ready, and puts them into `ready`, in any order and with what is ready in
-/// `ready`; 0 after the time limit or when woken. sys_ready_unsure when only sys_poll can tell, now, and
-/// sys_ready_stale when some descriptor is no longer the one that was entered: the list is then
-/// to be closed. After both `limit` (null: none) is what is left of it.
+/// many descriptors are ready, and puts them into `ready`, which has room for one more than the list, in any
+/// order; 0 after the time limit or when woken. sys_ready_unsure when only sys_poll can tell, now, and
+/// sys_ready_stale when some descriptor is no longer the one that was entered: the list is then to be
+/// closed. After both `limit` (null: none) is what is left of it.
 ///
 /// Sockets closed by sys_socket_close are missed at once, those closed elsewhere a twentieth of a
 /// second later, or a second as long as others are ready.
-int sys_ready_wait(sys_ready_list* list, sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit);
+int sys_ready_wait(sys_ready_list* list, sys_watch* watches, unsigned count, sys_ready_event* ready, timeval* limit);
 
 /// Something to end a wait with from another thread, or sys_no_socket. Close it
 /// with sys_socket_close.

@@ -61,10 +61,11 @@ namespace {
 /// Repeats a system call until no signal interrupts it.
 template <class call> auto uninterrupted(call f)
 {
-    auto result = f();
-    while (result < 0 && errno == EINTR)
-        result = f();
-    return result;
+    for (;;) {
+        const auto result = f();
+        if (result >= 0 || errno != EINTR)
+            return result;
+    }
 }
 
 } // namespace
@@ -391,11 +392,9 @@ private:
 /// What the kernel reports, as the conditions that the record wants.
 short conditions_of(const pollfd& p)
 {
-    short conditions = p.revents & (POLLIN | POLLOUT | POLLPRI);
+    int conditions = p.revents;
     if (p.revents & (POLLHUP | POLLERR))
-        conditions |= POLLIN;
-    if (p.revents & POLLERR)
-        conditions |= POLLOUT;
+        conditions |= p.revents & POLLERR ? POLLIN | POLLOUT : POLLIN;
     return static_cast<short>(conditions & p.events);
 }
 
@@ -634,7 +633,8 @@ int collect(pollfd* records, unsigned count, int reported, bool& spurious)
         if ((p->revents & POLLNVAL) && p->events)
             return -1;
         p->revents = conditions_of(*p);
-        ready += __builtin_popcount(static_cast<unsigned>(p->revents));
+        for (const short condition : wanted_of)
+            ready += (p->revents & condition) != 0;
         if (!p->revents) {
             spurious = true;
             p->fd = ~p->fd;
@@ -759,7 +759,7 @@ struct sys_ready_list {
     static constexpr int period_ms = 50;
     static constexpr int busy_period_ms = 1000;
     static constexpr unsigned waits_per_look = 8;
-    static constexpr std::uint64_t waker_mark = ~0ull;
+    static constexpr std::uint64_t waker_data = ~0ull;
 
     sys_ready_list(unsigned capacity, unsigned waker)
         : waker_(waker), room_(static_cast<int>(capacity) + 1), events_(new (std::nothrow) epoll_event[capacity + 1]),
@@ -778,10 +778,10 @@ struct sys_ready_list {
     bool is_open()
     {
         return epoll_ >= 0
-            && (waker_ == sys_no_socket || control(EPOLL_CTL_ADD, descriptor_of(waker_), EPOLLIN, waker_mark) == 0);
+            && (waker_ == sys_no_socket || control(EPOLL_CTL_ADD, descriptor_of(waker_), EPOLLIN, waker_data) == 0);
     }
 
-    int set(sys_watch& watch, short wanted)
+    int set(sys_watch& watch, short wanted, unsigned mark)
     {
         const int operation = watch.wanted == 0 ? EPOLL_CTL_ADD : wanted == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
         if (watch.wanted == wanted)
@@ -791,10 +791,10 @@ struct sys_ready_list {
         watch.wanted = wanted;
         if (operation == EPOLL_CTL_ADD)
             watch.closings = closings_of(watch.fd).load(std::memory_order_relaxed);
-        return control(operation, watch);
+        return control(operation, watch, mark);
     }
 
-    int wait(sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
+    int wait(sys_watch* watches, unsigned count, sys_ready_event* ready, timeval* limit)
     {
         if (is_of_other_process() || !verify_closed(watches, count)
             || (is_due_while_busy() && !verify_all(watches, count)))
@@ -820,23 +820,32 @@ struct sys_ready_list {
 private:
     bool is_of_other_process() const { return forks_ != forks.load(std::memory_order_relaxed); }
 
-    int control(int operation, int fd, std::uint32_t conditions, std::uint64_t mark)
+    // What comes back with an event: the descriptor, above it the caller's mark, and above that the conditions
+    // that it is to be reported for.
+    static constexpr int mark_shift = 32;
+    static constexpr int wanted_shift = 61;
+
+    static std::uint64_t data_of(const sys_watch& watch, unsigned mark)
+    {
+        return std::uint64_t { static_cast<unsigned short>(watch.wanted) } << wanted_shift
+            | std::uint64_t { mark } << mark_shift | static_cast<std::uint32_t>(watch.fd);
+    }
+
+    int control(int operation, int fd, std::uint32_t conditions, std::uint64_t data)
     {
         epoll_event event;
         event.events = conditions;
-        event.data.u64 = mark;
+        event.data.u64 = data;
         return epoll_ctl(epoll_, operation, fd, &event);
     }
 
-    // What comes back with an event: the descriptor, and above it the conditions it is to be reported for.
-    int control(int operation, const sys_watch& watch)
+    int control(int operation, const sys_watch& watch, unsigned mark)
     {
-        const std::uint64_t conditions = static_cast<unsigned short>(watch.wanted);
-        return control(operation, watch.fd, static_cast<std::uint32_t>(conditions),
-                       conditions << 32 | static_cast<std::uint32_t>(watch.fd));
+        return control(operation, watch.fd, static_cast<unsigned short>(watch.wanted), data_of(watch, mark));
     }
 
-    bool is_same(const sys_watch& watch) { return control(EPOLL_CTL_ADD, watch) < 0 && errno == EEXIST; }
+    // A success has entered another file under the same number: the list is stale then.
+    bool is_same(const sys_watch& watch) { return control(EPOLL_CTL_ADD, watch, 0) < 0 && errno == EEXIST; }
 
     bool verify_all(sys_watch* watches, unsigned count)
     {
@@ -862,7 +871,7 @@ private:
     }
 
     /// Waits first until all descriptors are due to be verified, unless they just were, and then for the rest.
-    int wait_long(sys_watch* watches, unsigned count, sys_poll_record* ready, countdown& time, bool is_verified)
+    int wait_long(sys_watch* watches, unsigned count, sys_ready_event* ready, countdown& time, bool is_verified)
     {
         for (;;) {
             const long long due_ms = is_verified ? 0 : period_ms - ms_since_verified();
@@ -885,23 +894,29 @@ private:
         }
     }
 
+    static short conditions_of(const epoll_event& e)
+    {
+        const short wanted = static_cast<short>(e.data.u64 >> wanted_shift);
+        const pollfd p = { 0, wanted, static_cast<short>(e.events) };
+        return ::conditions_of(p);
+    }
+
     /// What has become ready, without the waker. When nothing has, although something was reported, the
     /// kernel would report it again at once.
-    int collect(int n, sys_poll_record* ready)
+    int collect(int n, sys_ready_event* ready)
     {
         bool is_woken = false;
-        int found = 0;
+        sys_ready_event* next = ready;
         for (const epoll_event* e = events_.get(); e < events_.get() + n; ++e) {
-            if (e->data.u64 == waker_mark) {
+            if (e->data.u64 == waker_data) {
                 is_woken = drain(waker_);
                 continue;
             }
-            const pollfd p = { static_cast<int>(e->data.u64 & 0xFFFFFFFF), static_cast<short>(e->data.u64 >> 32),
-                               static_cast<short>(e->events) };
-            const short conditions = conditions_of(p);
-            if (conditions)
-                ready[found++] = { p.fd, p.events, conditions };
+            const unsigned mark = static_cast<unsigned>(e->data.u64 >> mark_shift) % sys_ready_marks;
+            *next = { static_cast<int>(e->data.u64 & 0xFFFFFFFF), conditions_of(*e), mark };
+            next += next->ready != 0;
         }
+        const int found = static_cast<int>(next - ready);
         return found > 0 || is_woken ? found : static_cast<int>(sys_ready_unsure);
     }
 
@@ -923,9 +938,12 @@ sys_ready_list* sys_ready_open(unsigned capacity, unsigned waker)
 
 void sys_ready_close(sys_ready_list* list) { delete list; }
 
-int sys_ready_set(sys_ready_list* list, sys_watch* watch, short wanted) { return list->set(*watch, wanted); }
+int sys_ready_set(sys_ready_list* list, sys_watch* watch, short wanted, unsigned mark)
+{
+    return list->set(*watch, wanted, mark);
+}
 
-int sys_ready_wait(sys_ready_list* list, sys_watch* watches, unsigned count, sys_poll_record* ready, timeval* limit)
+int sys_ready_wait(sys_ready_list* list, sys_watch* watches, unsigned count, sys_ready_event* ready, timeval* limit)
 {
     return list->wait(watches, count, ready, limit);
 }

@@ -302,8 +302,8 @@ int sys_poll(sys_poll_record* records, unsigned count, const timeval* limit, uns
 // Winsock keeps no such lists.
 sys_ready_list* sys_ready_open(unsigned, unsigned) { return nullptr; }
 void sys_ready_close(sys_ready_list*) {}
-int sys_ready_set(sys_ready_list*, sys_watch*, short) { return -1; }
-int sys_ready_wait(sys_ready_list*, sys_watch*, unsigned, sys_poll_record*, timeval*) { return sys_ready_stale; }
+int sys_ready_set(sys_ready_list*, sys_watch*, short, unsigned) { return -1; }
+int sys_ready_wait(sys_ready_list*, sys_watch*, unsigned, sys_ready_event*, timeval*) { return sys_ready_stale; }
 
 // A datagram socket that is connected to itself.
 unsigned sys_waker_open()

@@ -29,23 +29,11 @@ int events_of(unsigned bits)
     return events;
 }
 
-unsigned bits_of(int events)
-{
-    unsigned bits = 0;
-    for (int k = 0; k < event_count; ++k)
-        if (events >> k & 1)
-            bits |= list_bits[k];
-    return bits;
-}
+// By the sum of event bits: each result of a wait is made with it.
+constexpr unsigned char bits_by_events[1 << event_count]
+    = { 0, EP_IN, EP_OUT, EP_IN | EP_OUT, EP_ERR, EP_IN | EP_ERR, EP_OUT | EP_ERR, EP_IN | EP_OUT | EP_ERR };
 
-unsigned bits_of_conditions(short conditions)
-{
-    unsigned bits = 0;
-    for (int k = 0; k < event_count; ++k)
-        if (conditions & watch_table::condition_of[k])
-            bits |= list_bits[k];
-    return bits;
-}
+unsigned bits_of(int events) { return bits_by_events[events]; }
 
 short conditions_of(unsigned bits)
 {
@@ -84,8 +72,9 @@ private:
     void watch_in_system(unsigned at, short conditions);
     void leave_system();
     int wait_in_system(ep_record* results, unsigned most, timeval* limit);
-    int in_order_already(ep_record* results, unsigned most, int n) const;
+    bool find_entries(sys_ready_event* found, sys_ready_event* end) const;
     ep_record result(unsigned at, short conditions) const;
+    int results_in_order(ep_record* results, unsigned most, unsigned n);
     int wait_in_table(ep_record* results, unsigned most, const timeval* limit);
 
     unsigned capacity_;
@@ -103,7 +92,7 @@ private:
 
     sys_ready_list* system_ = nullptr;
     bool is_refused_ = false;                   // the system has taken no list of these entries
-    std::unique_ptr<sys_poll_record[]> found_;  // what it reports,
+    std::unique_ptr<sys_ready_event[]> found_;  // what it reports,
     std::unique_ptr<short[]> conditions_;       // the same by entry,
     std::unique_ptr<std::uint64_t[]> is_ready_; // and a bit for each entry
 };
@@ -117,7 +106,7 @@ ready_list::ready_list(unsigned capacity)
     : capacity_(capacity), records_(allocate<ep_record>(true, capacity)),
       watches_(allocate<sys_watch>(records_ != nullptr, capacity)), is_indexed_(watches_ && first_.create(capacity)),
       waker_(sys_waker_open()), table_(watch_table::create(capacity, nullptr)),
-      found_(allocate<sys_poll_record>(is_indexed_, std::min(capacity, watch_table::most_descriptors))),
+      found_(allocate<sys_ready_event>(is_indexed_, std::min(capacity, watch_table::most_descriptors) + 1)),
       conditions_(allocate<short>(found_ != nullptr, capacity)),
       is_ready_(allocate<std::uint64_t>(conditions_ != nullptr, words()))
 {
@@ -241,7 +230,7 @@ bool ready_list::is_in_system()
 void ready_list::watch_in_system(unsigned at, short conditions)
 {
     is_refused_ = false;
-    if (system_ && sys_ready_set(system_, &watches_[at], conditions) < 0)
+    if (system_ && sys_ready_set(system_, &watches_[at], conditions, at) < 0)
         leave_system();
 }
 
@@ -256,41 +245,49 @@ void ready_list::leave_system()
 ep_record ready_list::result(unsigned at, short conditions) const
 {
     ep_record made = records_[at];
-    made.events = bits_of_conditions(conditions);
+    made.events = bits_of(watch_table::events_of(conditions));
     return made;
 }
 
-// Mostly what came is in the order of the entries. The results' number, or 0 where it is not.
-int ready_list::in_order_already(ep_record* results, unsigned most, int n) const
+// Turns marks into the numbers of entries, which removals may have moved since; what a child that fork did
+// not make has put into our list gets the highest number. True when they ascend, as they mostly do.
+bool ready_list::find_entries(sys_ready_event* found, sys_ready_event* end) const
 {
-    unsigned made = 0;
+    bool is_ascending = true;
     int last = -1;
-    for (const sys_poll_record* p = found_.get(); p < found_.get() + n; ++p) {
-        const int at = first_.find(p->fd);
-        if (at <= last) // or none of ours
-            return 0;
+    for (sys_ready_event* p = found; p < end; ++p) {
+        if (p->mark >= count_ || watches_[p->mark].fd != p->fd)
+            p->mark = static_cast<unsigned>(first_.find(p->fd));
+        const int at = static_cast<int>(p->mark);
+        is_ascending &= at > last;
         last = at;
-        if (made < most)
-            results[made++] = result(static_cast<unsigned>(at), p->ready);
     }
+    return is_ascending;
+}
+
+int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit)
+{
+    sys_ready_event* const found = found_.get();
+    const int n = sys_ready_wait(system_, watches_.get(), count_, found, limit);
+    if (n <= 0)
+        return n;
+    if (!find_entries(found, found + n))
+        return results_in_order(results, most, static_cast<unsigned>(n));
+    const unsigned made = std::min(static_cast<unsigned>(n), most);
+    for (unsigned i = 0; i < made; ++i)
+        results[i] = result(found[i].mark, found[i].ready);
     return static_cast<int>(made);
 }
 
 // The bits bring what comes in any order into the order of the entries.
-int ready_list::wait_in_system(ep_record* results, unsigned most, timeval* limit)
+int ready_list::results_in_order(ep_record* results, unsigned most, unsigned n)
 {
-    const int n = sys_ready_wait(system_, watches_.get(), count_, found_.get(), limit);
-    if (n <= 0)
-        return n;
-    if (const int made = in_order_already(results, most, n))
-        return made;
     unsigned begin = words();
     unsigned end = 0;
-    for (const sys_poll_record* p = found_.get(); p < found_.get() + n; ++p) {
-        const int number = first_.find(p->fd);
-        if (number < 0)
-            continue; // a child that fork did not make has put its own into our list
-        const unsigned at = static_cast<unsigned>(number);
+    for (const sys_ready_event* p = found_.get(); p < found_.get() + n; ++p) {
+        const unsigned at = p->mark;
+        if (at >= count_)
+            continue;
         const unsigned word = at / 64;
         conditions_[at] = p->ready;
         is_ready_[word] |= std::uint64_t { 1 } << at % 64;

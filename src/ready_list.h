@@ -14,8 +14,8 @@ enum { EP_ADD = 1, EP_MODIFY = 2, EP_DELETE = 3 };
 /// What is watched for, and the user's data that comes back with it.
 struct ep_record {
     unsigned events;
-    void* object;
     int index;
+    void* object;
 };
 
 /// A free list for `capacity` entries: its number, or -1.

@@ -78,7 +78,7 @@ public:
 
     int control(int operation, int fd, unsigned events, int index)
     {
-        return ep_ctl(list_, operation, fd, { events, this, index });
+        return ep_ctl(list_, operation, fd, { events, index, this });
     }
     int add(const Socket& s, unsigned events, int index) { return control(EP_ADD, fd_of(s), events, index); }
     int wake() { return ep_wake(list_); }
