@@ -29,7 +29,7 @@ Socket::~Socket() { Socket::close(); }
 
 int Socket::send(const void* bytes, unsigned n)
 {
-    if (!is_valid())
+    if (handle_ == no_handle)
         return err::shut_up;
     if (n > longest)
         return err::bad_argument;
@@ -39,7 +39,7 @@ int Socket::send(const void* bytes, unsigned n)
 
 int Socket::receive(void* bytes, unsigned n)
 {
-    if (!is_valid())
+    if (handle_ == no_handle)
         return err::shut_up;
     if (n > longest)
         return err::bad_argument;
@@ -148,7 +148,7 @@ int Socket::accept(Socket& connection, SockAddr* peer) const
 
 int Socket::send_to(const SockAddr* to, const void* bytes, unsigned n)
 {
-    if (!is_valid())
+    if (handle_ == no_handle)
         return err::shut_up;
     if (n > longest)
         return err::bad_argument;
@@ -157,7 +157,7 @@ int Socket::send_to(const SockAddr* to, const void* bytes, unsigned n)
 
 int Socket::recv_from(SockAddr* from, void* bytes, unsigned n)
 {
-    if (!is_valid())
+    if (handle_ == no_handle)
         return err::shut_up;
     if (n > longest)
         return err::bad_argument;
@@ -166,7 +166,7 @@ int Socket::recv_from(SockAddr* from, void* bytes, unsigned n)
 
 int Socket::recv_n(void* bytes, unsigned n)
 {
-    if (!is_valid())
+    if (handle_ == no_handle)
         return err::shut_up;
     if (n > longest)
         return err::bad_argument;
@@ -183,7 +183,7 @@ int Socket::recv_n(void* bytes, unsigned n)
 
 int Socket::send_n(const void* bytes, unsigned n)
 {
-    if (!is_valid())
+    if (handle_ == no_handle)
         return err::send;
     if (n > longest)
         return err::bad_argument;
