@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -127,6 +128,30 @@ void operator delete(void* block) noexcept
 {
     allocation_failure::living() -= block != nullptr;
     std::free(block);
+}
+
+// Of what has an alignment of its own. The block behind it stands just before it.
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
+{
+    const auto step = static_cast<std::uintptr_t>(alignment);
+    void* const block = operator new(size + step + sizeof(void*), std::nothrow);
+    if (!block)
+        return nullptr;
+    void** const aligned
+        = reinterpret_cast<void**>((reinterpret_cast<std::uintptr_t>(block) + sizeof(void*) + step - 1) & ~(step - 1));
+    aligned[-1] = block;
+    return aligned;
+}
+
+void operator delete(void* aligned, std::align_val_t) noexcept
+{
+    if (aligned)
+        operator delete(static_cast<void**>(aligned)[-1]);
+}
+
+void operator delete(void* aligned, std::align_val_t alignment, const std::nothrow_t&) noexcept
+{
+    operator delete(aligned, alignment);
 }
 
 void* operator new[](std::size_t size) { return operator new(size); }

@@ -349,6 +349,24 @@ TEST(without_memory, names_are_given_back)
     EXPECT_EQ(open_descriptors(), before - 2);
 }
 
+TEST(without_memory, nothing_is_joined)
+{
+    sharemem m;
+    ASSERT_EQ(m.create(name, 100, sharemem::page_readwrite), 0);
+    const int before = open_descriptors();
+    for (allocation_failure failure; failure.next();) {
+        sharemem other;
+        failure.arm();
+        const int r = other.open(name, sharemem::map_read);
+        failure.disarm();
+        EXPECT_EQ(r, failure.happened() ? err::file_system : 0) << failure.nth();
+        if (failure.happened()) {
+            EXPECT_EQ(last_system_error(), ENOMEM);
+            EXPECT_EQ(open_descriptors(), before) << failure.nth();
+        }
+    }
+}
+
 TEST(without_memory, nothing_is_mapped)
 {
     sharemem m;

@@ -1,6 +1,7 @@
 // Signals, and calls of the system that end too early: what the POSIX side of the door makes
 // good.
 #include "../net_fixture.h"
+#include "platform.h"
 
 #include <stdkro/poller.h>
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
@@ -32,13 +34,21 @@ std::atomic<int> failure { 0 };
 
 // What waits in lists that the kernel keeps fail with.
 std::atomic<int> list_failure { 0 };
+// The same for the waits of such a list that last.
+std::atomic<int> long_wait_failure { 0 };
+// What asking for the outcome of a connection, and waiting for it, fail with.
+std::atomic<int> getsockopt_failure { 0 };
+std::atomic<int> poll_failure { 0 };
 
 // The outcome of a connection that goes on behind an interruption.
 std::atomic<int> connect_error { 0 };
 
 // Whatever a test leaves behind, the next begins without.
 struct meddling {
-    ~meddling() { interruptions = failure = list_failure = connect_error = 0; }
+    ~meddling()
+    {
+        interruptions = failure = list_failure = long_wait_failure = connect_error = getsockopt_failure = poll_failure = 0;
+    }
 };
 
 bool is_interrupted()
@@ -103,6 +113,10 @@ int __wrap_connect(int fd, const sockaddr* address, socklen_t size)
 int __real_getsockopt(int fd, int level, int option, void* value, socklen_t* size);
 int __wrap_getsockopt(int fd, int level, int option, void* value, socklen_t* size)
 {
+    if (getsockopt_failure != 0) {
+        errno = getsockopt_failure;
+        return -1;
+    }
     const int r = __real_getsockopt(fd, level, option, value, size);
     if (connect_error != 0)
         *static_cast<int*>(value) = connect_error;
@@ -112,6 +126,10 @@ int __wrap_getsockopt(int fd, int level, int option, void* value, socklen_t* siz
 int __real_poll(pollfd* records, nfds_t count, int ms);
 int __wrap_poll(pollfd* records, nfds_t count, int ms)
 {
+    if (poll_failure != 0) {
+        errno = poll_failure;
+        return -1;
+    }
     return is_interrupted() ? -1 : __real_poll(records, count, ms);
 }
 
@@ -136,6 +154,10 @@ int __wrap_epoll_pwait2(int list, epoll_event* events, int room, const timespec*
 {
     if (list_failure != 0) {
         errno = list_failure;
+        return -1;
+    }
+    if (long_wait_failure != 0) {
+        errno = long_wait_failure;
         return -1;
     }
     return is_interrupted() ? -1 : __real_epoll_pwait2(list, events, room, limit, mask);
@@ -212,6 +234,21 @@ TEST(an_interruption, does_not_hide_that_a_connection_is_refused)
     EXPECT_TRUE(client.is_valid());
 }
 
+TEST(an_interruption, does_not_hide_that_the_outcome_of_a_connection_is_unknown)
+{
+    const meddling until_the_end;
+    listener server;
+    for (std::atomic<int>* const failing : { &poll_failure, &getsockopt_failure }) {
+        Socket client;
+        client.create();
+        interruptions = 1;
+        *failing = ENOMEM;
+        EXPECT_EQ(err::connection, client.connect(server.address));
+        *failing = 0;
+        EXPECT_EQ(0, interruptions);
+    }
+}
+
 TEST(an_interruption, does_not_lengthen_a_wait)
 {
     const meddling until_the_end;
@@ -243,6 +280,25 @@ TYPED_TEST(failing_wait, is_reported_and_harms_nothing)
         EXPECT_EQ(1, loop.wait(nullptr));
     }
     EXPECT_EQ(3, r.reads);
+}
+
+// The list that the kernel keeps fails only when it has to wait.
+TEST(a_list_that_cannot_wait, leaves_the_rest_of_the_limit_to_the_way_without_it)
+{
+    const meddling until_the_end;
+    socket_pair p;
+    epoller loop(2);
+    reader r(p.here);
+    loop.add(r, EV_READ);
+    long_wait_failure = ENOMEM;
+    const timeval a_second = { 1, 0 };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, loop.wait(&a_second));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(990));
+    p.there.send("x", 1);
+    const timeval long_time = { 30, 0 };
+    EXPECT_EQ(1, loop.wait(&long_time));
+    EXPECT_EQ(1, r.reads);
 }
 
 TYPED_TEST(failing_wait, is_none_when_interrupted)
@@ -376,6 +432,65 @@ TEST(handles, of_any_number_can_be_waited_for)
         EXPECT_EQ(0, copies.back()->select(1, nullptr));
     }
     setrlimit(RLIMIT_NOFILE, &before);
+}
+
+// Numbers that would share a place in a table of a power of two.
+TEST(handles, that_are_powers_of_two_apart_are_told_apart)
+{
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max < 9000)
+        GTEST_SKIP() << "no such descriptors on this machine";
+    const rlimit before = limit;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    {
+        socket_pair p;
+        p.there.send("x", 1);
+        p.here.select(1, nullptr);
+        const int first = static_cast<int>(p.here.get_socket());
+        sock_fd_set set = { 1, { p.here.get_socket() } };
+        std::vector<std::unique_ptr<Socket>> copies;
+        for (const int distance : { 2048, 4096, 8192 }) {
+            copies.emplace_back(new Socket(static_cast<unsigned>(fcntl(first, F_DUPFD_CLOEXEC, first + distance))));
+            ASSERT_EQ(static_cast<unsigned>(first + distance), copies.back()->get_socket());
+            set.fd_array[set.fd_count++] = copies.back()->get_socket();
+            set.fd_array[set.fd_count++] = copies.back()->get_socket(); // twice is once
+        }
+        EXPECT_EQ(4, Socket::select(&set, nullptr, nullptr, nullptr));
+        ASSERT_EQ(4u, set.fd_count);
+        for (unsigned i = 0; i < 3; ++i)
+            EXPECT_EQ(copies[i]->get_socket(), set.fd_array[i + 1]);
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST(a_limit, of_any_length_is_kept)
+{
+    socket_pair p;
+    const long most = std::numeric_limits<long>::max();
+    for (const timeval limit : { timeval { most, 0 }, timeval { 2147483, 999999 }, timeval { 2147484, 0 },
+                                 timeval { 0, most }, timeval { most, most } }) {
+        std::thread later([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            p.there.send("x", 1);
+        });
+        EXPECT_EQ(0, p.here.select(1, &limit)) << limit.tv_sec << ' ' << limit.tv_usec;
+        later.join();
+        char byte;
+        p.here.receive(&byte, 1);
+    }
+}
+
+TEST(host_names, that_do_not_fit_or_exist_are_refused)
+{
+    char name[256];
+    EXPECT_EQ(0, sys_host_name(name, sizeof name));
+    EXPECT_EQ(-1, sys_host_name(name, 0));
+    EXPECT_EQ(-1, sys_host_name(name, 1)) << "no room for any";
+    unsigned address = 7;
+    EXPECT_EQ(-1, sys_host_address(std::string(300, 'x').c_str(), &address)) << "longer than a name may be";
+    EXPECT_EQ(7u, address);
 }
 
 template <class loop> struct high_handles : testing::Test { };

@@ -1,5 +1,6 @@
 // Children when single system calls fail or are interrupted: what the
 // POSIX side of the door gives back then.
+#include "allocation_failure.h"
 #include "call_failure.h"
 #include "platform.h"
 
@@ -395,6 +396,28 @@ TEST(a_writer_of_a_pipe, leaves_the_signals_of_its_thread_alone)
     sigpending(&waiting);
     EXPECT_EQ(sigismember(&after, SIGPIPE), sigismember(&before, SIGPIPE));
     EXPECT_EQ(sigismember(&waiting, SIGPIPE), 0);
+}
+
+TEST(a_start_without_memory, gives_nothing_and_leaves_nothing)
+{
+    const int before = open_descriptors();
+    for (const char* mode : { "r", "w" }) {
+        for (allocation_failure failure; failure.next();) {
+            process p;
+            failure.arm();
+            std::FILE* stream = p.start("/bin/true", "/", "true with words that are longer", mode, false);
+            failure.disarm();
+            if (stream)
+                std::fclose(stream);
+            else
+                EXPECT_EQ(last_system_error(), ENOMEM) << failure.nth();
+            EXPECT_TRUE(stream || failure.happened());
+            EXPECT_EQ(p.is_valid(), stream != nullptr);
+            p.wait_done();
+            EXPECT_FALSE(has_children()) << failure.nth();
+            EXPECT_EQ(open_descriptors(), before) << failure.nth();
+        }
+    }
 }
 
 } // namespace

@@ -13,7 +13,9 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <thread>
+#include <vector>
 
 #include <pthread.h>
 
@@ -21,6 +23,7 @@ namespace {
 
 bool no_threads = false;
 std::atomic<bool> slow_ids { false };
+std::atomic<bool> no_values { false };
 
 } // namespace
 
@@ -39,6 +42,13 @@ int __wrap_pthread_getcpuclockid(pthread_t thread, clockid_t* clock)
     if (slow_ids)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return __real_pthread_getcpuclockid(thread, clock);
+}
+
+// Asked for a value whose destructor tells the end of a thread.
+int __real_pthread_setspecific(pthread_key_t key, const void* value);
+int __wrap_pthread_setspecific(pthread_key_t key, const void* value)
+{
+    return no_values ? ENOMEM : __real_pthread_setspecific(key, value);
 }
 }
 
@@ -105,6 +115,19 @@ bool is_default(int number)
 }
 
 // First of all: the others use the signal.
+TEST(without_a_free_signal, a_thread_is_not_suspended_and_goes_on)
+{
+    std::vector<std::unique_ptr<handled_signal>> all;
+    for (int number = SIGRTMIN; number <= SIGRTMAX; ++number)
+        all.emplace_back(new handled_signal(number));
+    counter c;
+    ASSERT_EQ(c.start(), 0);
+    EXPECT_EQ(c.w.suspend(), -1);
+    EXPECT_EQ(sys_last_error(), ESRCH);
+    EXPECT_EQ(c.w.resume(), 0) << "it was not counted";
+    EXPECT_TRUE(c.runs());
+}
+
 TEST(stop_signal, is_taken_at_the_first_use_and_never_from_somebody)
 {
     const int preferred = SIGRTMAX - 7;
@@ -309,6 +332,25 @@ TEST(without_threads, start_fails_and_leaves_nothing)
     EXPECT_EQ(allocation_failure::living(), before);
     EXPECT_EQ(c.start(), 0);
     EXPECT_TRUE(c.runs());
+}
+
+TEST(without_thread_values, threads_tell_their_ends_and_leave_nothing)
+{
+    const long before = allocation_failure::living();
+    no_values = true;
+    for (int i = 0; i < 50; ++i) {
+        worker w;
+        std::atomic<bool> ran { false };
+        const auto run = [](worker*, void* argument, void*) { *static_cast<std::atomic<bool>*>(argument) = true; };
+        ASSERT_EQ(w.start(&ran, run, nullptr), 0);
+        EXPECT_TRUE(eventually([&] { return !w.is_activated(); }));
+        EXPECT_TRUE(ran);
+        EXPECT_EQ(w.suspend(), -1) << "it has ended";
+        w.wait_done();
+    }
+    no_values = false;
+    // Threads of other tests may have ended meanwhile.
+    EXPECT_TRUE(eventually([&] { return allocation_failure::living() <= before; }));
 }
 
 } // namespace
