@@ -882,19 +882,14 @@ loop_end machine_state::call_host(::method function, unsigned base)
     return loop_end::going;
 }
 
+// Out of the main text, or of a procedure that the host called: the loop itself goes back into code.
 loop_end machine_state::return_from()
 {
-    const int back = active()->return_addr_;
-    if (back == xcontext::no_address)
+    if (active()->return_addr_ == xcontext::no_address)
         return loop_end::halted;
     leave();
-    if (back == xcontext::to_host) {
-        ip = code_count();
-        return loop_end::xret;
-    }
-    ip = back;
-    operands.push(base_var(return_value));
-    return loop_end::going;
+    ip = code_count();
+    return loop_end::xret;
 }
 
 // What fails is known by its line before the activations go.

@@ -287,6 +287,26 @@ TEST(xcompiler, reads_single_sentences)
         EXPECT_EQ(read_one_sentence(r.script), r.code) << r.script;
 }
 
+TEST(xcompiler, wants_tokens_with_messages_of_the_derived_class)
+{
+    xpp::xmachine machine;
+    xpp::xlexer lexer('$', '[', ']');
+    const std::string text = "$[HERE]text";
+    lexer.load_string(text.data(), text.data() + text.size());
+    open_compiler compiler;
+    int steps = 0;
+    compiler.attach(machine, lexer, [&] {
+        compiler.eat_token(xpp::xlexer::TK_CLOSE, "a bracket");
+        ++steps;
+        compiler.eat_x_token(xpp::xlexer::TK_TEXT, "a text");
+        ++steps;
+        compiler.eat_x_token(xpp::xlexer::TK_TEXT, "another text");
+        ++steps;
+    });
+    EXPECT_EQ(steps, 2);
+    EXPECT_STREQ(compiler.get_last_error().what(), "another text");
+}
+
 struct operator_compiler : xpp::xcompiler {
     int code = 0;
     void onID(const share_str&) override { onOperate(code); }

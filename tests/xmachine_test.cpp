@@ -106,6 +106,7 @@ TEST(xmachine, computes_with_two_values)
         { MINUS, "ab", "b", "!80000006 invalid variable." },
         { MUL, 65536, 65536, "0" },
         { MUL, 1.5, 2, "3" },
+        { MUL, "ab", 2, "!80000006 invalid variable." },
         { DIV, 7, -2, "-3" },
         { DIV, INT_MIN, -1, "-2147483648" },
         { DIV, 1, 0, "!80000002 invalid variable." },
@@ -132,6 +133,8 @@ TEST(xmachine, computes_with_two_values)
         { NEQ, "a", "a", "0" },
         { GE, 2, 2, "1" },
         { GE, 1, 2, "0" },
+        { GE, "b", "a", "1" },
+        { GE, "a", "b", "0" },
         { LE, 2, 2, "1" },
         { LE, 3, 2, "0" },
         { GT, 2, 2, "0" },
@@ -177,6 +180,8 @@ TEST(xmachine, assigns_through_references)
         { with(EVPLUS, "a", "b"), "ab ab" },
         { with(EVPLUS, 1, 0.5), "1.5 1.5" },
         { with(EVMINUS, 1, 2), "-1 -1" },
+        { with(EVMINUS, 1, 0.5), "0.5 0.5" },
+        { with(EVMINUS, "b", "a"), "!80000006 invalid variable." },
         { with(EVMUL, 3, 2), "6 6" },
         { with(EVDIV, 7, 2), "3 3" },
         { with(EVMOD, 7, 4), "3 3" },
@@ -194,6 +199,12 @@ TEST(xmachine, assigns_through_references)
         // Appending a variable to itself.
         { { { GETVAR, "x" }, { STORE, "ab" }, EVAL, { GETVAR, "x" }, { GETVAR, "x" }, EVPLUS, OUTPUT, HALT }, "abab" },
     });
+}
+
+TEST(xmachine, passes_over_instructions_that_do_nothing)
+{
+    for (const code_type nothing : { NOP, POPARG, REF })
+        expect_results({ { { { STORE, 1 }, nothing, OUTPUT, nothing, nothing, HALT }, "1" } });
 }
 
 TEST(xmachine, jumps)
@@ -321,6 +332,16 @@ TEST(xmachine, calls_and_returns)
     EXPECT_EQ(run({ RET }, { { STORE, 3 }, RETVAL, { CALL, "f" }, OUTPUT, HALT }), "3");
     // The values that a procedure leaves go with it.
     EXPECT_EQ(run({ { STORE, 5 }, { STORE, 6 }, RET }, { { STORE, 1 }, { CALL, "f" }, HALT }), "");
+    // Arguments one by one, many of them, of which some are taken before the next ones come.
+    std::vector<op> main;
+    for (int i = 1; i <= 20; ++i)
+        main.insert(main.end(), { { STORE, i }, PUSHARG });
+    main.insert(main.end(), { { CALL, "f" }, HALT });
+    std::vector<op> f = { { GETARG, "a" }, { GETARG, "b" }, { GETARG, "c" }, { STORE, 0 } };
+    for (int i = 21; i <= 45; ++i)
+        f.insert(f.end(), { { STORE, i }, PUSHARG });
+    f.insert(f.end(), { { GETVAR, "c" }, OUTPUT, RET });
+    EXPECT_EQ(run(f, main), "3");
     // Surplus arguments are dropped, missing ones are empty.
     EXPECT_EQ(run({ { GETARG, "a" }, { GETVAR, "a" }, OUTPUT, RET },
                   { { STORE, 1 }, { STORE, 2 }, { PUSH, 2 }, { CALL, "f" }, { PUSH, 0 }, { CALL, "f" }, HALT }),
@@ -741,6 +762,7 @@ struct called {
     static int throwing_plain(einterpret&, base_var&, cycque<base_var>&) { throw xcpt(err::rejected, "plain"); }
     static int throwing_halt(einterpret&, base_var&, cycque<base_var>&) { throw xhalt(); }
     static int throwing_trap(einterpret&, base_var&, cycque<base_var>&) { throw xtrap(xcode(TRAP)); }
+    static int throwing_return(einterpret&, base_var&, cycque<base_var>&) { throw xret(); }
     /// back(name, arguments...): calls a procedure of the script.
     static int back(einterpret& i, base_var& result, cycque<base_var>& args)
     {
@@ -787,9 +809,10 @@ struct called {
 void add_functions(xmachine& machine)
 {
     const char* const names[] = { "count_args", "failing", "throwing", "throwing_plain", "throwing_halt", "throwing_trap",
-                                  "back", "set_first", "clear_all", "stop", "run_again", "make_local", nullptr };
+                                  "throwing_return", "back", "set_first", "clear_all", "stop", "run_again", "make_local", nullptr };
     const ::method functions[] = { called::count_args, called::failing, called::throwing, called::throwing_plain,
-                                   called::throwing_halt, called::throwing_trap, called::back, called::set_first,
+                                   called::throwing_halt, called::throwing_trap, called::throwing_return,
+                                   called::back, called::set_first,
                                    called::clear_all, called::stop, called::run_again, called::make_local };
     ASSERT_EQ(machine.add_methods(names, functions), 0);
 }
@@ -799,6 +822,35 @@ std::string run_with_functions(const std::string& text)
     xmachine machine;
     add_functions(machine);
     return run_text(machine, text);
+}
+
+TEST(xmachine, calls_with_more_arguments_than_it_passes_directly)
+{
+    std::string names, values, sum;
+    for (int i = 0; i < 20; ++i) {
+        const std::string name = "p" + std::to_string(i);
+        names += (i ? ", " : "") + name;
+        values += (i ? ", " : "") + std::to_string(i);
+        sum += (i ? " + " : "") + name;
+    }
+    xmachine machine;
+    EXPECT_EQ(run_text(machine, "$[proc f(" + names + ")]$[return " + sum + "]$[end]$[@f(" + values + ")] $[@f(" + values + ")]"),
+              "190 190");
+}
+
+TEST(xmachine, keeps_room_for_procedures_with_ever_more_variables)
+{
+    std::string text;
+    for (const int count : { 300, 700, 1500, 300 }) {
+        std::string body;
+        for (int i = 0; i < count; ++i)
+            body += "$[v" + std::to_string(i) + " = " + std::to_string(i) + "]";
+        const std::string last = "v" + std::to_string(count - 1);
+        text += "$[proc f" + std::to_string(text.size()) + "()]" + body + "$[return " + last + " + v0]$[end]$[@f"
+            + std::to_string(text.size()) + "()] ";
+    }
+    xmachine machine;
+    EXPECT_EQ(run_text(machine, text), "299 699 1499 299 ");
 }
 
 TEST(xmachine, lets_scripts_call_host_functions)
@@ -811,6 +863,7 @@ TEST(xmachine, lets_scripts_call_host_functions)
         { "a$[throwing_plain()]b", "a!8002000d plain" },
         { "a$[throwing_halt()]b", "a" },
         { "a$[throwing_trap()]b", "a" },
+        { "a$[throwing_return()]b", "a" },
         { "$[set_first(x)]$[@x]", "set by the host" },
         { "$[x = 1]$[set_first(x) + \"!\"]$[@(set_first(x) + \"!\")]", "set by the host!" },
         // Functions may call back, with their arguments untouched.
