@@ -34,17 +34,11 @@ unsigned read_input(char* dst, unsigned size)
 }
 
 // Sends and receives at once: an echo of a long text would fill both directions.
-class sender : public fdbase {
+class sender : public served_socket {
 public:
-    sender(net_loop& loop, progress& work) : loop_(loop), work_(work) {}
+    sender(net_loop& loop, progress& work) : served_socket(loop), work_(work) {}
 
     int run(const net_task& task);
-    int get_fd() override { return static_cast<int>(socket_.get_socket()); }
-    int get_events(int& events) override
-    {
-        events = EV_READ | EV_WRITE;
-        return get_fd();
-    }
     int do_read() override;
     int do_write() override;
 
@@ -56,11 +50,8 @@ private:
         return -1;
     }
 
-    net_loop& loop_;
     progress& work_;
-    Socket socket_;
     packet pending_;
-    int index_ = -1;
     int result_ = 0;
     bool is_over_ = false;
     bool is_sent_ = false;
@@ -90,7 +81,8 @@ int sender::do_write()
     if (pending_.count() == 0) {
         is_sent_ = true;
         socket_.shutdown(1);
-        return loop_.set_events(index_, EV_READ);
+        want(EV_READ);
+        return 0;
     }
     const int n = socket_.send(pending_.rptr(), pending_.count());
     if (n < 0)
@@ -107,11 +99,11 @@ int sender::run(const net_task& task)
         r = socket_.set_async(true);
     if (r < 0)
         return r;
-    index_ = loop_.add(*this, EV_READ | EV_WRITE);
+    join(EV_READ | EV_WRITE);
     while (!is_over_)
         if (loop_.wait(nullptr) < 0)
             return err::network;
-    loop_.remove(index_);
+    leave();
     return result_;
 }
 
@@ -134,20 +126,14 @@ struct ping_message {
 };
 
 // Waits for the answers of an echo server.
-class pinger : public fdbase {
+class pinger : public served_socket {
 public:
-    explicit pinger(net_task& task) : task_(task) {}
-    ~pinger() override { task_.loop->remove(index_); }
+    explicit pinger(net_task& task) : served_socket(*task.loop), task_(task) {}
+    ~pinger() override { leave(); }
 
     int open();
     /// Sends a message and waits for it to come back. 0, 0x8002000C, or another code.
     int round_trip(unsigned number);
-    int get_fd() override { return static_cast<int>(socket_.get_socket()); }
-    int get_events(int& events) override
-    {
-        events = EV_READ;
-        return get_fd();
-    }
     int do_read() override;
 
 private:
@@ -155,10 +141,8 @@ private:
     bool has_failed() const { return result_ < 0; }
 
     net_task& task_;
-    Socket socket_;
     packet answer_;
     ping_message message_ = {};
-    int index_ = -1;
     int result_ = 0;
 };
 
@@ -169,7 +153,7 @@ int pinger::open()
         r = socket_.set_nodelay(true);
     if (r < 0)
         return r;
-    index_ = task_.loop->add(*this, EV_READ);
+    join(EV_READ);
     return 0;
 }
 
@@ -180,7 +164,7 @@ int pinger::round_trip(unsigned number)
     result_ = socket_.send_n(&message_, sizeof message_);
     const timeval patience = { 2, 0 };
     while (!is_back()) {
-        const int n = task_.loop->wait(&patience);
+        const int n = loop_.wait(&patience);
         if (n <= 0)
             return n == 0 ? err::timeout : err::network;
     }

@@ -1,9 +1,10 @@
-// The three event loops behind one face, chosen by name.
+// The three event loops behind one face, chosen by name, and the sockets that they serve.
 #ifndef STDKRO_KRO_NET_LOOP_H
 #define STDKRO_KRO_NET_LOOP_H
 
 #include <stdkro/platform_types.h>
 #include <stdkro/poller.h>
+#include <stdkro/socket.h>
 
 #include <memory>
 #include <string>
@@ -26,6 +27,42 @@ public:
 
 private:
     kind loop_;
+};
+
+/// A socket and its place in a loop.
+class served_socket : public fdbase {
+public:
+    int get_fd() override { return static_cast<int>(socket_.get_socket()); }
+    int get_events(int& events) override
+    {
+        events = events_;
+        return get_fd();
+    }
+
+protected:
+    explicit served_socket(net_loop& loop) : loop_(loop) {}
+
+    /// False when the loop is full.
+    bool join(int events)
+    {
+        events_ = events;
+        index_ = loop_.add(*this, events);
+        return index_ >= 0;
+    }
+    void leave() { loop_.remove(index_); }
+    void want(int events)
+    {
+        if (events != events_)
+            loop_.set_events(index_, events);
+        events_ = events;
+    }
+
+    net_loop& loop_;
+    Socket socket_;
+
+private:
+    int events_ = 0;
+    int index_ = -1;
 };
 
 /// Null for an unknown name.

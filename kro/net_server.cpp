@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <map>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -23,11 +24,72 @@ void tell(const SockAddr& peer, unsigned long long bytes)
     print_lines(stdout, std::string(peer.get_addr().c_str()) + ": " + std::to_string(bytes) + " bytes\n");
 }
 
-class stream_server;
-
-class connection : public fdbase {
+// What both servers are: a bound socket in a loop, until enough is served.
+class server : public served_socket {
 public:
-    connection(stream_server& server, Socket& accepted, const SockAddr& peer) : server_(server), peer_(peer)
+    int run();
+
+protected:
+    server(net_task& task, net_answer answer, const char* unit)
+        : served_socket(*task.loop), task_(task), answer_(answer)
+    {
+        work_.counts(unit);
+    }
+
+    /// Binds the socket. 0 or a status code.
+    virtual int open() = 0;
+    virtual int wait() { return loop_.wait(nullptr); }
+
+    net_task& task_;
+    const net_answer answer_;
+    progress work_ { "serving" };
+    int served_ = 0;
+};
+
+int server::run()
+{
+    int r = open();
+    if (r >= 0)
+        r = socket_.set_async(true);
+    if (r >= 0)
+        r = socket_.getself(task_.address);
+    if (r < 0)
+        return report_error(r);
+    join(EV_READ);
+    print_message("listening on %s\n", task_.address.get_addr().c_str());
+    while (task_.count == 0 || served_ < task_.count)
+        if (wait() < 0)
+            return report_error(err::network);
+    return exit_success;
+}
+
+class connection;
+
+class stream_server : public server {
+public:
+    stream_server(net_task& task, net_answer answer) : server(task, answer, "connection") {}
+
+    net_loop& loop() { return loop_; }
+    bool echoes() const { return answer_ == net_answer::echo; }
+    progress& work() { return work_; }
+    /// Takes a connection that has left the loop; it is freed when no handler runs.
+    void bury(connection* dead);
+
+    int do_read() override;
+
+private:
+    int open() override;
+    int wait() override;
+
+    std::map<connection*, std::unique_ptr<connection>> connections_;
+    std::vector<std::unique_ptr<connection>> dead_;
+    bool has_refused_ = false;
+};
+
+class connection : public served_socket {
+public:
+    connection(stream_server& server, Socket& accepted, const SockAddr& peer)
+        : served_socket(server.loop()), server_(server), peer_(peer)
     {
         socket_.attach(accepted.detach());
         socket_.set_async(true);
@@ -35,69 +97,21 @@ public:
     }
 
     /// False when the loop is full.
-    bool join();
-    int get_fd() override { return static_cast<int>(socket_.get_socket()); }
-    int get_events(int& events) override
-    {
-        events = events_;
-        return get_fd();
-    }
+    bool begin() { return join(EV_READ); }
     int do_read() override;
     int do_write() override;
-    int finish();
 
 private:
     bool flush();
     int settle();
+    int finish();
 
     stream_server& server_;
-    Socket socket_;
     SockAddr peer_;
     packet pending_;
     unsigned long long received_ = 0;
-    int index_ = -1;
-    int events_ = EV_READ;
     bool is_at_end_ = false;
 };
-
-class stream_server : public fdbase {
-public:
-    stream_server(net_task& task, net_answer answer) : task_(task), answer_(answer) { work_.counts("connection"); }
-
-    int run();
-    net_loop& loop() { return *task_.loop; }
-    bool echoes() const { return answer_ == net_answer::echo; }
-    progress& work() { return work_; }
-    /// Takes a connection that has left the loop; it is freed when no handler runs.
-    void bury(connection* dead);
-
-    int get_fd() override { return static_cast<int>(socket_.get_socket()); }
-    int get_events(int& events) override
-    {
-        events = EV_READ;
-        return get_fd();
-    }
-    int do_read() override;
-
-private:
-    int listen();
-
-    net_task& task_;
-    net_answer answer_;
-    progress work_ { "serving" };
-    Socket socket_;
-    std::map<connection*, std::unique_ptr<connection>> connections_;
-    std::vector<std::unique_ptr<connection>> dead_;
-    int index_ = -1;
-    int served_ = 0;
-    bool is_paused_ = false;
-};
-
-bool connection::join()
-{
-    index_ = server_.loop().add(*this, events_);
-    return index_ >= 0;
-}
 
 int connection::do_read()
 {
@@ -137,15 +151,13 @@ int connection::settle()
     int events = pending_.count() > 0 ? EV_WRITE : 0;
     if (!is_at_end_ && pending_.count() < most_pending)
         events |= EV_READ;
-    if (events != events_)
-        server_.loop().set_events(index_, events);
-    events_ = events;
+    want(events);
     return 0;
 }
 
 int connection::finish()
 {
-    server_.loop().remove(index_);
+    leave();
     socket_.close();
     if (!server_.echoes())
         tell(peer_, received_);
@@ -153,50 +165,34 @@ int connection::finish()
     return -1;
 }
 
-int stream_server::listen()
+int stream_server::open()
 {
-    int r = socket_.create_server(task_.address);
-    if (r >= 0)
-        r = socket_.set_async(true);
-    if (r >= 0)
-        r = socket_.listen(backlog);
-    return r >= 0 ? socket_.getself(task_.address) : r;
-}
-
-int stream_server::run()
-{
-    const int r = listen();
-    if (r < 0)
-        return report_error(r);
-    index_ = loop().add(*this, EV_READ);
-    print_message("listening on %s\n", task_.address.get_addr().c_str());
-    while (task_.count == 0 || served_ < task_.count) {
-        const timeval pause = { 1, 0 };
-        if (loop().wait(is_paused_ ? &pause : nullptr) < 0)
-            return report_error(err::network);
-        dead_.clear();
-        if (is_paused_)
-            loop().set_events(index_, EV_READ);
-        is_paused_ = false;
-    }
-    return exit_success;
+    const int r = socket_.create_server(task_.address);
+    return r >= 0 ? socket_.listen(backlog) : r;
 }
 
 // A connection that cannot be accepted, for want of handles say, would keep the loop turning: it
-// gets a pause from new ones while there are others to serve.
+// gets a pause from new ones, for one wait, while there are others to serve.
+int stream_server::wait()
+{
+    const timeval second = { 1, 0 };
+    const bool is_pause = std::exchange(has_refused_, false) && !connections_.empty();
+    want(is_pause ? 0 : EV_READ);
+    const int n = loop_.wait(is_pause ? &second : nullptr);
+    dead_.clear();
+    return n;
+}
+
 int stream_server::do_read()
 {
     Socket accepted;
     SockAddr peer;
-    if (socket_.accept(accepted, &peer) < 0) {
-        is_paused_ = !connections_.empty();
-        if (is_paused_)
-            loop().set_events(index_, 0);
+    has_refused_ = socket_.accept(accepted, &peer) < 0;
+    if (has_refused_)
         return 0;
-    }
     auto fresh = std::make_unique<connection>(*this, accepted, peer);
     connection* const key = fresh.get();
-    if (fresh->join()) {
+    if (fresh->begin()) {
         connections_[key] = std::move(fresh);
         work_.add(1, 0);
     }
@@ -211,54 +207,22 @@ void stream_server::bury(connection* dead)
     ++served_;
 }
 
-class datagram_server : public fdbase {
+class datagram_server : public server {
 public:
-    datagram_server(net_task& task, net_answer answer) : task_(task), answer_(answer), datagram_(1 << 16)
-    {
-        work_.counts("datagram");
-    }
+    datagram_server(net_task& task, net_answer answer) : server(task, answer, "datagram"), datagram_(1 << 16) {}
 
-    int run();
-    int get_fd() override { return static_cast<int>(socket_.get_socket()); }
-    int get_events(int& events) override
-    {
-        events = EV_READ;
-        return get_fd();
-    }
     int do_read() override;
 
 private:
-    int open();
+    int open() override;
 
-    net_task& task_;
-    net_answer answer_;
-    progress work_ { "serving" };
-    Socket socket_;
     std::vector<char> datagram_;
-    int served_ = 0;
 };
 
 int datagram_server::open()
 {
-    int r = socket_.create(2, 2, 0);
-    if (r >= 0)
-        r = socket_.bind(task_.address);
-    if (r >= 0)
-        r = socket_.set_async(true);
-    return r >= 0 ? socket_.getself(task_.address) : r;
-}
-
-int datagram_server::run()
-{
-    const int r = open();
-    if (r < 0)
-        return report_error(r);
-    task_.loop->add(*this, EV_READ);
-    print_message("listening on %s\n", task_.address.get_addr().c_str());
-    while (task_.count == 0 || served_ < task_.count)
-        if (task_.loop->wait(nullptr) < 0)
-            return report_error(err::network);
-    return exit_success;
+    const int r = socket_.create(2, 2, 0);
+    return r >= 0 ? socket_.bind(task_.address) : r;
 }
 
 // A failure may tell of an earlier datagram that could not be delivered: it is nobody else's.

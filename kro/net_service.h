@@ -4,8 +4,6 @@
 
 #include "net_loop.h"
 
-#include <stdkro/socket.h>
-
 enum class net_transport { stream, datagram };
 enum class net_answer { echo, nothing };
 
