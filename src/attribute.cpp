@@ -380,12 +380,13 @@ void attribute_builder::destroy(attribute* pair, share_str_page::releases& relea
         operator delete(pair);
 }
 
-void attribute_builder::destroy(ini_section* section)
+void attribute_builder::destroy(ini_section* section, share_str_page::releases& released)
 {
     if (!share_str_page::holds(section)) {
         delete section;
         return;
     }
-    section->~ini_section();
-    share_str_page::release(section);
+    destroy(static_cast<attributes&>(*section), released);
+    released.add(section->name_);
+    released.add(static_cast<void*>(section));
 }

@@ -54,7 +54,7 @@ public:
         if (pairs.list_)
             destroy_list(pairs, released);
     }
-    static void destroy(ini_section* section);
+    static void destroy(ini_section* section, share_str_page::releases& released);
 
     /// For other blocks beside the pairs.
     share_str_page& page() { return page_; }

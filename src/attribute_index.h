@@ -24,13 +24,26 @@ inline bool is_named(const share_str& have, const char* name, std::size_t length
     return have.length() == length && std::memcmp(have.c_str(), name, length) == 0;
 }
 
+/// Asks memory for what a scan will reach: in a long list each item and each text would be
+/// waited for. The text is where the item says, so the item comes first.
+template <class item> void fetch_names(item* const* items, unsigned count, unsigned i)
+{
+    constexpr unsigned ahead = 8;
+    if (count - i <= 2 * ahead)
+        return;
+    __builtin_prefetch(&items[i + 2 * ahead]->get_name());
+    __builtin_prefetch(items[i + ahead]->get_name().c_str());
+}
+
 /// Position of the first item at or after `start` with that name, or -1.
 template <class item>
 int scan_names(item* const* items, unsigned count, unsigned start, const char* name, std::size_t length)
 {
-    for (unsigned i = start; i < count; ++i)
+    for (unsigned i = start; i < count; ++i) {
+        fetch_names(items, count, i);
         if (is_named(items[i]->get_name(), name, length))
             return static_cast<int>(i);
+    }
     return -1;
 }
 

@@ -259,15 +259,17 @@ void ini_doc::remove_section(unsigned index)
 {
     if (index >= sections_.size())
         return;
-    attribute_builder::destroy(sections_[index]);
+    share_str_page::releases released;
+    attribute_builder::destroy(sections_[index], released);
     sections_.erase(sections_.begin() + index);
     changed();
 }
 
 void ini_doc::clear()
 {
+    share_str_page::releases released;
     for (ini_section* section : sections_)
-        attribute_builder::destroy(section);
+        attribute_builder::destroy(section, released);
     sections_.clear();
     changed();
 }

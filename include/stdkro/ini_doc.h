@@ -146,6 +146,8 @@ public:
     void set_name(const share_str& name);
 
 private:
+    friend class attribute_builder;
+
     share_str name_;
 };
 

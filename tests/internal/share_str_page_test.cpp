@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <random>
@@ -39,6 +40,32 @@ TEST(share_str_page, gives_blocks_that_are_told_from_those_of_malloc)
         EXPECT_TRUE(share_str_page::holds(block)) << n;
         std::fill_n(static_cast<char*>(block), n, 'x');
         share_str_page::release(block);
+    }
+}
+
+TEST(share_str_page, gives_blocks_that_keep_every_byte_and_are_released_in_any_order)
+{
+    struct taken {
+        unsigned char* block;
+        std::size_t size;
+        unsigned char fill;
+    };
+    std::mt19937 random(3);
+    std::vector<taken> blocks;
+    {
+        share_str_page page;
+        for (unsigned i = 0; i < 4000; ++i) {
+            const std::size_t size = i % 9 ? random() % 80 + 1 : random() % share_str_page::largest + 1;
+            blocks.push_back({ static_cast<unsigned char*>(page.take(size)), size, static_cast<unsigned char>(i) });
+            ASSERT_NE(nullptr, blocks.back().block);
+            EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(blocks.back().block) % sizeof(void*));
+            std::fill_n(blocks.back().block, size, blocks.back().fill);
+        }
+    }
+    std::shuffle(blocks.begin(), blocks.end(), random);
+    for (const taken& t : blocks) {
+        ASSERT_EQ(t.size, static_cast<std::size_t>(std::count(t.block, t.block + t.size, t.fill)));
+        share_str_page::release(t.block);
     }
 }
 
