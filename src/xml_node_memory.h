@@ -38,6 +38,9 @@ public:
         }
     }
 
+    /// Asks memory for the nodes that were made before this one.
+    static void fetch_before(const xml_node* node) { share_str_page::fetch(node, -4096); }
+
     /// Destroys a node without children, whatever it is linked with.
     static void destroy(xml_node* node, share_str_page::releases& released)
     {

@@ -130,8 +130,8 @@ char decode(span text)
 class name_table {
 public:
     /// The name that is probably next, if it stands at `p`, which has room for more than
-    /// the longest name that is guessed.
-    const share_str* guess(const char* p)
+    /// the longest name that is guessed; `p` then moves behind it.
+    const share_str* guess(const char*& p)
     {
         const unsigned char next = followers_[last_];
         const head& h = heads_[next];
@@ -140,6 +140,7 @@ public:
         if (difference != 0 || h.length == 0 || xml_char::is(p[h.length], xml_char::name))
             return nullptr;
         last_ = next;
+        p += h.length;
         return &slots_[next];
     }
     const share_str& intern(span text, attribute_builder& memory)
@@ -343,7 +344,12 @@ protected:
     void end_document() {}
     void open_element(const share_str& name) { pending_ = make(name, XML_ELEMENT); }
     void begin_element() { at_ = append_pending(); }
-    void end_element() { at_ = at_->parent_; }
+    // Out of a deep document the way leads through memory that was written long before.
+    void end_element()
+    {
+        at_ = at_->parent_;
+        xml_node_memory::fetch_before(at_);
+    }
     void pair(const share_str& name, span value)
     {
         builder_.append(pending_->attrs_, name, value.begin, value.end);
@@ -431,19 +437,21 @@ private:
         ++p_;
     }
 
-    void skip_white();
-    const share_str& name();
-    const share_str& new_name();
-    void read_attributes();
-    void start_tag();
-    void end_tag();
-    void declaration();
-    void instruction();
-    void text();
-    void markup();
+    // What most bytes of a document go through is one function to the compiler: the
+    // position then stays in a register.
+    [[gnu::always_inline]] void skip_white();
+    [[gnu::always_inline]] const share_str& name();
+    [[gnu::noinline]] const share_str& new_name();
+    [[gnu::always_inline]] void read_attributes();
+    [[gnu::always_inline]] void start_tag();
+    [[gnu::always_inline]] void end_tag();
+    [[gnu::noinline]] void declaration();
+    [[gnu::noinline]] void instruction();
+    [[gnu::always_inline]] void text();
+    [[gnu::always_inline]] void markup();
     void content(bool whole_document);
-    span collect(unsigned char stop);
-    span decoded(unsigned char stop, const char* from);
+    [[gnu::always_inline]] span collect(unsigned char stop);
+    [[gnu::noinline]] span decoded(unsigned char stop, const char* from);
     span raw(const char* opening, unsigned char stop, const char* closing, const char* message);
     char escape();
 
@@ -454,7 +462,7 @@ private:
 
 // ---- pieces of markup
 
-template <class sink> void xml_scanner<sink>::skip_white()
+template <class sink> inline void xml_scanner<sink>::skip_white()
 {
     const char* p = p_;
     for (; p != end_ && xml_char::is(*p, xml_char::space); ++p) {
@@ -464,13 +472,11 @@ template <class sink> void xml_scanner<sink>::skip_white()
     p_ = p;
 }
 
-template <class sink> const share_str& xml_scanner<sink>::name()
+template <class sink> inline const share_str& xml_scanner<sink>::name()
 {
     if (static_cast<std::size_t>(end_ - p_) > name_table::guessed_limit) {
-        if (const share_str* const known = names_.guess(p_)) {
-            p_ += known->length();
+        if (const share_str* const known = names_.guess(p_))
             return *known;
-        }
     }
     return new_name();
 }
@@ -502,7 +508,7 @@ template <class sink> char xml_scanner<sink>::escape()
 
 // Text up to a byte of the class `stop` other than a line feed in text and an escape.
 // Decoded text stands in the buffer until the next call.
-template <class sink> span xml_scanner<sink>::collect(unsigned char stop)
+template <class sink> inline span xml_scanner<sink>::collect(unsigned char stop)
 {
     const char* const from = p_;
     const char* p = from;
@@ -559,7 +565,7 @@ span xml_scanner<sink>::raw(const char* opening, unsigned char stop, const char*
     return { begin, p_ - 3 };
 }
 
-template <class sink> void xml_scanner<sink>::read_attributes()
+template <class sink> inline void xml_scanner<sink>::read_attributes()
 {
     for (;;) {
         skip_white();
@@ -578,7 +584,7 @@ template <class sink> void xml_scanner<sink>::read_attributes()
 
 // ---- nodes
 
-template <class sink> void xml_scanner<sink>::start_tag()
+template <class sink> inline void xml_scanner<sink>::start_tag()
 {
     if (!sink::is_inside() && has_root_)
         throw xcpt(err::overflow, gbk::xml_second_root);
@@ -595,7 +601,7 @@ template <class sink> void xml_scanner<sink>::start_tag()
 }
 
 // KEEP: no blanks before the ">"; "</a >" is an error.
-template <class sink> void xml_scanner<sink>::end_tag()
+template <class sink> inline void xml_scanner<sink>::end_tag()
 {
     if (!sink::is_inside())
         throw xcpt(err::abnormal_end, gbk::xml_end_tag_unmatched);
@@ -633,7 +639,7 @@ template <class sink> void xml_scanner<sink>::declaration()
         throw xcpt(err::syntax, gbk::xml_node_type_unknown);
 }
 
-template <class sink> void xml_scanner<sink>::text()
+template <class sink> inline void xml_scanner<sink>::text()
 {
     if (!sink::drops_blanks()) {
         sink::text(collect(xml_char::ends_text));
@@ -647,7 +653,7 @@ template <class sink> void xml_scanner<sink>::text()
     sink::text(run);
 }
 
-template <class sink> void xml_scanner<sink>::markup()
+template <class sink> inline void xml_scanner<sink>::markup()
 {
     switch (p_ + 1 == end_ ? '\0' : p_[1]) {
     case '/': return end_tag();
