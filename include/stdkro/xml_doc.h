@@ -84,7 +84,7 @@ public:
     /// A detached element without a name.
     xml_node();
     xml_node(const share_str& name, xml_node_t kind)
-        : name_(name), kind_(kind), name_mark_(0), parent_(nullptr), prev_(nullptr), next_(nullptr), first_(nullptr)
+        : name_(name), kind_(kind), name_mark_(0), next_(nullptr), first_(nullptr), parent_(nullptr), prev_(nullptr)
     {
     }
     /// Copies the subtree; the copy is detached.
@@ -218,11 +218,11 @@ private:
     share_str name_;
     xml_node_t kind_;
     mutable std::uint32_t name_mark_; // what look-ups compare first; 0 until one has asked
-    attributes attrs_;
+    xml_node* next_; // beside what look-ups compare, so that one line of the cache has both
+    xml_node* first_;
     xml_node* parent_;
     xml_node* prev_; // of a first child, the last: appending takes constant time
-    xml_node* next_;
-    xml_node* first_;
+    attributes attrs_;
 };
 
 /// What `xml_reader` reports to. A negative result stops the reader with that code.
