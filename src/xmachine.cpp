@@ -1,6 +1,5 @@
 // The script machine: program, names, activations and the host's side of it.
-// The instruction loop stands in xmachine_run.cpp, the printers in
-// xmachine_print.cpp.
+// xmachine_state.h tells what stands in which file.
 #include "xmachine_state.h"
 
 #include <algorithm>

@@ -1,5 +1,10 @@
-// The inside of the script machine: what xmachine.cpp, xmachine_run.cpp and
-// xmachine_print.cpp share.
+// The inside of the script machine, shared by the files that are it:
+//
+// xmachine.cpp          the program, the names, and the host's side
+// xmachine_run.cpp      running, stepping and calling, and what status comes of it
+// xmachine_loop.cpp     the ordinary case of each instruction, fast
+// xmachine_general.cpp  every case of every instruction
+// xmachine_print.cpp    listings
 #ifndef STDKRO_SRC_XMACHINE_STATE_H
 #define STDKRO_SRC_XMACHINE_STATE_H
 
