@@ -1,6 +1,7 @@
 // INI against inih (events), GLib's key file and SimpleIni (documents).
 #include <stdkro/ini_doc.h>
 
+#include "growth.h"
 #include "ini_peer_inih.h"
 
 #define SI_NO_CONVERSION
@@ -259,20 +260,7 @@ const bool allocator_settled = mallopt(M_TRIM_THRESHOLD, 1 << 30) && mallopt(M_M
 
 // ---- growth: one document of 16 times the size against 16 of one time ---------
 
-string repeated(const char* piece, int times)
-{
-    string made;
-    for (int i = 0; i < times; ++i)
-        made += piece;
-    return made;
-}
-
-struct shape {
-    const char* name;
-    string (*make)(int size);
-};
-
-const shape shapes[] = {
+const growth_shape shapes[] = {
     { "many sections", make_text },
     { "sections of one name", [](int size) { return repeated("[s]\nk=v\n", size * 20); } },
     { "many pairs", [](int size) {
@@ -297,13 +285,7 @@ void read_documents(benchmark::State& state, const string& from, int count)
 }
 
 const bool shapes_registered = [] {
-    for (const shape& s : shapes) {
-        const string name = string("ini/16 times ") + s.name;
-        benchmark::RegisterBenchmark((name + "/ours").c_str(),
-                                     [&s](benchmark::State& state) { read_documents(state, s.make(1600), 1); });
-        benchmark::RegisterBenchmark((name + "/single").c_str(),
-                                     [&s](benchmark::State& state) { read_documents(state, s.make(100), 16); });
-    }
+    register_growth("ini", shapes, "", read_documents);
     return true;
 }();
 

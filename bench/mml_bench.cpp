@@ -2,6 +2,8 @@
 // with std::string; and one large record against many small ones.
 #include <stdkro/mml_doc.h>
 
+#include "growth.h"
+
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -165,20 +167,7 @@ BENCHMARK_CAPTURE(write_splitter, long, 1000)->Name("mml/write a long record/spl
 // be counted against whoever runs after a large record was destroyed.
 const bool allocator_settled = mallopt(M_TRIM_THRESHOLD, 1 << 30) && mallopt(M_MMAP_THRESHOLD, 1 << 30);
 
-string repeated(const char* piece, int times)
-{
-    string made;
-    for (int i = 0; i < times; ++i)
-        made += piece;
-    return made;
-}
-
-struct shape {
-    const char* name;
-    string (*make)(int size);
-};
-
-const shape shapes[] = {
+const growth_shape shapes[] = {
     { "many pairs", [](int size) {
           string made = "IF.get:";
           for (int i = 0; i < size * 10; ++i) { // numbers of one width: bytes are what grows
@@ -216,20 +205,9 @@ void write_records(benchmark::State& state, const string& from, int count)
         }
 }
 
-void register_growth(const char* verb, void (*run)(benchmark::State&, const string&, int))
-{
-    for (const shape& s : shapes) {
-        const string name = string("mml/16 times ") + s.name + ", " + verb;
-        benchmark::RegisterBenchmark((name + "/ours").c_str(),
-                                     [&s, run](benchmark::State& state) { run(state, s.make(1600), 1); });
-        benchmark::RegisterBenchmark((name + "/single").c_str(),
-                                     [&s, run](benchmark::State& state) { run(state, s.make(100), 16); });
-    }
-}
-
 const bool growth_registered = [] {
-    register_growth("read", read_records);
-    register_growth("write", write_records);
+    register_growth("mml", shapes, ", read", read_records);
+    register_growth("mml", shapes, ", write", write_records);
     return true;
 }();
 

@@ -3,19 +3,14 @@
 #include <stdkro/socket.h>
 #include <stdkro/xcpt.h>
 
+#include "require.h"
+
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 namespace {
-
-void expect(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 // The port behind the colon: blanks, a sign, digits; the low 16 bits.
 unsigned short naive_port(const std::string& text)
@@ -52,19 +47,19 @@ void check_text(const std::string& text, SockAddr& address)
     const std::string host = text.substr(0, colon);
     const int r = address.set_addr(text.c_str());
     if (colon != std::string::npos && host.size() >= 16) {
-        expect(r == err::syntax && address == before);
+        CHECK(r == err::syntax && address == before);
         return;
     }
-    expect(r == 0);
-    expect(address.get_port_h() == (colon == std::string::npos ? 0 : naive_port(text.substr(colon + 1))));
+    CHECK(r == 0);
+    CHECK(address.get_port_h() == (colon == std::string::npos ? 0 : naive_port(text.substr(colon + 1))));
     if (is_plain_quad(host))
-        expect(host == address.get_ip_s());
+        CHECK(host == address.get_ip_s());
 
     const share_str printed = address.get_addr();
-    expect(printed == (std::string(address.get_ip_s()) + ":" + std::to_string(address.get_port_h())).c_str());
+    CHECK(printed == (std::string(address.get_ip_s()) + ":" + std::to_string(address.get_port_h())).c_str());
     SockAddr again;
-    expect(again.set_addr(printed.c_str()) == 0 && again == address);
-    expect(SockAddr(address.get_ip_s(), address.get_port_h()) == address);
+    CHECK(again.set_addr(printed.c_str()) == 0 && again == address);
+    CHECK(SockAddr(address.get_ip_s(), address.get_port_h()) == address);
 }
 
 } // namespace
@@ -78,8 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_text(input.substr(0, end).c_str(), first);
     check_text(end == std::string::npos ? "" : input.substr(end + 1).c_str(), second);
 
-    expect((first < second) + (second < first) + (first == second) == 1);
-    expect((first != second) == !(first == second));
-    expect(!(first < first));
+    CHECK((first < second) + (second < first) + (first == second) == 1);
+    CHECK((first != second) == !(first == second));
+    CHECK(!(first < first));
     return 0;
 }

@@ -5,10 +5,10 @@
 #include <stdkro/str.h>
 #include <stdkro/xcpt.h>
 
+#include "require.h"
+
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -17,14 +17,6 @@
 namespace {
 
 using std::string;
-
-void fail(const char* what, int line)
-{
-    std::fprintf(stderr, "argv_fuzz.cpp:%d: %s\n", line, what);
-    std::abort();
-}
-
-#define CHECK(condition) (condition) ? void() : fail(#condition, __LINE__)
 
 bool space(char c) { return c != '\0' && std::strchr(" \t\n\v\f\r", c) != nullptr; }
 

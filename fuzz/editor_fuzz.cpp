@@ -7,6 +7,8 @@
 #include <stdkro/str.h>
 #include <stdkro/xcpt.h>
 
+#include "require.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,14 +21,6 @@
 namespace {
 
 using std::string;
-
-void fail(const char* what, int line)
-{
-    std::fprintf(stderr, "editor_fuzz.cpp:%d: %s\n", line, what);
-    std::abort();
-}
-
-#define CHECK(condition) (condition) ? void() : fail(#condition, __LINE__)
 
 constexpr const char* prompt = "> ";
 constexpr unsigned longest_line = 511;

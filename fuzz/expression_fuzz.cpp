@@ -2,22 +2,14 @@
 // book reports, the evaluator compute what a second evaluator computes, and the built-in
 // functions, which that one does not know, must survive.
 #include "../tests/naive_expression.h"
+#include "require.h"
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <streambuf>
 
 namespace {
-
-void require(bool holds, const char* what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 class silent_buffer : public std::streambuf {
 protected:

@@ -3,20 +3,15 @@
 #include <stdkro/ini_doc.h>
 #include <stdkro/xcpt.h>
 
+#include "require.h"
+
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <sstream>
 #include <string>
 
 namespace {
-
-void expect(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 class event_checker : public ini_handler {
 public:
@@ -26,12 +21,12 @@ public:
     int onEnd(int result) override { return result; }
     int onError(int code, const char* message) override
     {
-        expect(code == err::syntax && *message);
+        CHECK(code == err::syntax && *message);
         return code;
     }
     int onSection(const char* begin, const char* end) override
     {
-        expect(begin < end);
+        CHECK(begin < end);
         follow(begin, end);
         has_section = true;
         ++sections;
@@ -39,7 +34,7 @@ public:
     }
     int onKeyValue(const char* key, const char* key_end, const char* value, const char* value_end) override
     {
-        expect(key < key_end);
+        CHECK(key < key_end);
         follow(key, key_end);
         follow(value, value_end);
         if (!has_section)
@@ -61,7 +56,7 @@ public:
 private:
     void follow(const char* begin, const char* end)
     {
-        expect(at_ <= begin && begin <= end && end <= end_);
+        CHECK(at_ <= begin && begin <= end && end <= end_);
         at_ = end;
     }
 
@@ -72,14 +67,14 @@ private:
 std::string written(const ini_doc& doc)
 {
     std::ostringstream out;
-    expect(doc.write(out) == 0);
+    CHECK(doc.write(out) == 0);
     return out.str();
 }
 
 int read(ini_doc& doc, const char* begin, const char* end)
 {
     ini_reader in;
-    expect(in.load_string(begin, end, false) == 0);
+    CHECK(in.load_string(begin, end, false) == 0);
     return doc.read(in);
 }
 
@@ -92,13 +87,13 @@ void change(ini_doc& doc)
         return;
     const unsigned before = first.count();
     first.write("name of nobody", 1);
-    expect(first.count() == before + 1 && first.read("name of nobody", 0) == 1);
+    CHECK(first.count() == before + 1 && first.read("name of nobody", 0) == 1);
     first.get_attr(before)->set_name("another");
-    expect(!first.find_attr("name of nobody"));
+    CHECK(!first.find_attr("name of nobody"));
     first.remove_attr(0);
     const ini_doc copy(doc);
     doc.remove_section(0);
-    expect(copy.get_section_count() == doc.get_section_count() + 1);
+    CHECK(copy.get_section_count() == doc.get_section_count() + 1);
 }
 
 } // namespace
@@ -112,12 +107,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::memcpy(text.get() + 1, data, size);
 
     ini_reader in;
-    expect(in.load_string(begin, begin + size, false) == 0);
+    CHECK(in.load_string(begin, begin + size, false) == 0);
     event_checker checker(begin, begin + size);
     const int r = in.read_ini(&checker);
 
     ini_doc doc;
-    expect(read(doc, begin, begin + size) == r);
+    CHECK(read(doc, begin, begin + size) == r);
     unsigned pairs = 0;
     for (const ini_section* section : doc.get_sections()) {
         for (unsigned i = 0; i < section->count(); ++i) {
@@ -125,16 +120,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             const int found = section->find_attr(0, name.c_str());
             // No look-up reaches a name with a NUL inside.
             if (std::strlen(name.c_str()) == name.length())
-                expect(found >= 0 && found <= static_cast<int>(i));
+                CHECK(found >= 0 && found <= static_cast<int>(i));
         }
         pairs += section->count();
     }
-    expect(pairs == checker.pairs && doc.get_section_count() == checker.sections);
+    CHECK(pairs == checker.pairs && doc.get_section_count() == checker.sections);
 
     const std::string once = written(doc);
     ini_doc back;
     if (read(back, once.data(), once.data() + once.size()) >= 0)
-        expect(written(back) == once || std::memchr(begin, 0, size));
+        CHECK(written(back) == once || std::memchr(begin, 0, size));
     change(doc);
     written(doc);
     return 0;

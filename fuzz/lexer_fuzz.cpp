@@ -2,7 +2,7 @@
 // errors must agree. The first byte says how the library is used.
 #include <stdkro/base_lexer.h>
 
-#include "../tests/naive_lexer.h"
+#include "../tests/lexed_value.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -38,20 +38,6 @@ const lexer& language()
         return l;
     }();
     return made;
-}
-
-std::string show(const base_var& v)
-{
-    switch (v.get_type()) {
-    case base_var::string:
-        return naive::show(std::string(v.get_string().c_str(), v.get_string().length()));
-    case base_var::integer:
-        return naive::show(v.get_int());
-    case base_var::real:
-        return naive::show(v.get_double());
-    default:
-        return "";
-    }
 }
 
 void require(bool agreed, const char* what, std::size_t place)

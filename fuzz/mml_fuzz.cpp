@@ -3,18 +3,13 @@
 #include <stdkro/mml_doc.h>
 #include <stdkro/xcpt.h>
 
+#include "require.h"
+
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 namespace {
-
-void expect(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 bool is_same(const mml_doc& a, const mml_doc& b)
 {
@@ -31,22 +26,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string line(reinterpret_cast<const char*>(data), size);
     mml_doc doc;
     const int r = doc.read(line.c_str());
-    expect(r == 0 || r == err::syntax);
-    expect(r != 0 || doc.count() > 0);
+    CHECK(r == 0 || r == err::syntax);
+    CHECK(r != 0 || doc.count() > 0);
 
     share_str out;
-    expect(doc.write(out) == 0);
+    CHECK(doc.write(out) == 0);
     const bool whole_header = doc.get_interface().isempty() == doc.get_method().isempty();
     mml_doc back;
     const int again = back.read(out.c_str());
-    expect((again == 0) == (doc.count() > 0));
+    CHECK((again == 0) == (doc.count() > 0));
     if (again == 0 && whole_header)
-        expect(is_same(doc, back));
+        CHECK(is_same(doc, back));
     share_str twice;
-    expect(back.write(twice) == 0);
+    CHECK(back.write(twice) == 0);
     if (again == 0 && whole_header)
-        expect(out == twice);
+        CHECK(out == twice);
     const mml_doc copy(doc);
-    expect(is_same(copy, doc));
+    CHECK(is_same(copy, doc));
     return 0;
 }

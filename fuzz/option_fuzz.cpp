@@ -6,11 +6,11 @@
 #include <stdkro/option.h>
 #include <stdkro/xcpt.h>
 
+#include "require.h"
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -19,14 +19,6 @@
 namespace {
 
 using std::string;
-
-void fail(const char* what, int line)
-{
-    std::fprintf(stderr, "option_fuzz.cpp:%d: %s\n", line, what);
-    std::abort();
-}
-
-#define CHECK(condition) (condition) ? void() : fail(#condition, __LINE__)
 
 /// Arguments as main receives them, but without a null behind the last.
 class vector_of_words {

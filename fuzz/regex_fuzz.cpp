@@ -2,6 +2,7 @@
 // on what is a pattern and on what it matches, search must do as it is defined, and a
 // compressed table must give the same as a plain one.
 #include "../tests/naive_pattern.h"
+#include "require.h"
 
 #include <stdkro/rdfa.h>
 #include <stdkro/xcpt.h>
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <iterator>
 #include <string>
 
@@ -19,14 +19,6 @@ namespace {
 constexpr unsigned largest_for_naive = 400;
 constexpr unsigned largest_for_table = 48;
 constexpr short most_rows_for_more = 1000;
-
-void require(bool agreed, const char* what)
-{
-    if (agreed)
-        return;
-    std::fprintf(stderr, "disagreement: %s\n", what);
-    std::abort();
-}
 
 /// The status of reading a pattern.
 template <class action_t> int status_of(action_t action)

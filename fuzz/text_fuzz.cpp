@@ -7,10 +7,11 @@
 #include <stdkro/str.h>
 #include <stdkro/xcpt.h>
 
+#include "require.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -20,14 +21,6 @@
 namespace {
 
 using std::string;
-
-void fail(const char* what, int line)
-{
-    std::fprintf(stderr, "text_fuzz.cpp:%d: %s\n", line, what);
-    std::abort();
-}
-
-#define CHECK(condition) (condition) ? void() : fail(#condition, __LINE__)
 
 /// A terminated text in a block of its own.
 class exact_text {

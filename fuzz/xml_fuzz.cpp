@@ -4,22 +4,14 @@
 #include <stdkro/xcpt.h>
 #include <stdkro/xml_doc.h>
 
+#include "require.h"
+
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <string>
 
 namespace {
-
-void require(bool holds, const char* what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 std::string printed(const xml_node& node, bool pretty = false)
 {

@@ -1,7 +1,7 @@
 // Tokens, the ring of look-ahead, and the table-driven lexer.
 #include <stdkro/base_lexer.h>
 
-#include "naive_lexer.h"
+#include "lexed_value.h"
 
 #include <gtest/gtest.h>
 
@@ -9,20 +9,6 @@
 #include <random>
 
 namespace {
-
-std::string show(const base_var& v)
-{
-    switch (v.get_type()) {
-    case base_var::string:
-        return naive::show(std::string(v.get_string().c_str(), v.get_string().length()));
-    case base_var::integer:
-        return naive::show(v.get_int());
-    case base_var::real:
-        return naive::show(v.get_double());
-    default:
-        return "";
-    }
-}
 
 // A lexer whose inside can be called.
 struct lexer : base_lexer {

@@ -1,4 +1,6 @@
 // The dynamically typed value.
+#include "value_text.h"
+
 #include <stdkro/base_var.h>
 #include <stdkro/str.h>
 
@@ -35,8 +37,7 @@ std::string show(const base_var& v)
         std::snprintf(text, sizeof text, "double %.17g", v.get_double());
         return flags + text;
     case base_var::error:
-        std::snprintf(text, sizeof text, "error %08x", static_cast<unsigned>(v.get_int()));
-        return flags + text;
+        return flags + "error " + code_text(v.get_int());
     }
     return flags + "tag " + std::to_string(v.get_type());
 }

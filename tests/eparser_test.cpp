@@ -1,27 +1,19 @@
 // The expression parser: what it reports, with which status it ends, and what it
 // leaves unread.
 #include "naive_expression.h"
+#include "stack_use.h"
+#include "value_text.h"
 
 #include <stdkro/eparser.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
 #include <random>
 #include <string>
 
 namespace {
 
-std::string code_text(int status)
-{
-    if (status == 0)
-        return "";
-    char text[32];
-    std::snprintf(text, sizeof text, " error %08x", static_cast<unsigned>(status));
-    return text;
-}
+std::string status_text(int status) { return status == 0 ? "" : " error " + code_text(status); }
 
 /// The reports, the status, and behind "|" the next token that was left unread.
 template <class read_t> std::string outcome(const char* text, const std::vector<naive::step>& steps, read_t read)
@@ -32,9 +24,9 @@ template <class read_t> std::string outcome(const char* text, const std::vector<
     try {
         status = read(lexer);
     } catch (const xrterror& e) {
-        return naive::text_of(steps) + " throws" + code_text(e.get_err());
+        return naive::text_of(steps) + " throws" + status_text(e.get_err());
     }
-    std::string all = naive::text_of(steps) + code_text(status);
+    std::string all = naive::text_of(steps) + status_text(status);
     token rest;
     if (lexer.get_token(&rest) != base_lexer::TK_EOF)
         all += std::string(" | ") + (text + (rest.get_begin() - lexer.get_buf()));
@@ -455,25 +447,12 @@ class measuring_lexer : public eparser::elexer {
 public:
     int get_token(token* out) override
     {
-        char here = 0;
-        const char* const volatile place = &here;
-        lowest_ = std::min(lowest_, reinterpret_cast<std::uintptr_t>(place));
-        highest_ = std::max(highest_, reinterpret_cast<std::uintptr_t>(place));
+        stack.remember();
         return elexer::get_token(out);
     }
-    std::uintptr_t used() const { return highest_ - lowest_; }
 
-private:
-    std::uintptr_t lowest_ = UINTPTR_MAX;
-    std::uintptr_t highest_ = 0;
+    stack_use stack;
 };
-
-// The sanitizer surrounds every variable with guards.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr unsigned allowed_stack = 1024 * 1024;
-#else
-constexpr unsigned allowed_stack = 512 * 1024;
-#endif
 
 TEST(eparser, the_deepest_expression_uses_less_than_512_KB_of_stack)
 {
@@ -483,8 +462,8 @@ TEST(eparser, the_deepest_expression_uses_less_than_512_KB_of_stack)
         lexer.load_string(text.c_str(), nullptr, false);
         eparser parser;
         EXPECT_EQ(err::overrun, parser.read_expr(&lexer)) << form;
-        EXPECT_LT(lexer.used(), allowed_stack) << form;
-        EXPECT_GT(lexer.used(), 16u * 1024) << form;
+        EXPECT_LT(lexer.stack.bytes(), allowed_stack) << form;
+        EXPECT_GT(lexer.stack.bytes(), 16u * 1024) << form;
     }
 }
 

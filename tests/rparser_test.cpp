@@ -2,13 +2,12 @@
 #include <stdkro/rnfa.h>
 #include <stdkro/xcpt.h>
 
+#include "stack_use.h"
 #include "virtual_slot.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cctype>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -467,39 +466,20 @@ TEST(rparser, bounds_the_nesting_of_parentheses)
 /// Remembers between which places of the stack its callbacks for bytes and sets run.
 class measuring_parser : public tracer {
 public:
-    std::uintptr_t used() const { return highest_ - lowest_; }
+    stack_use stack;
 
 protected:
     rbase* onAtom(unsigned char byte) override
     {
-        remember();
+        stack.remember();
         return tracer::onAtom(byte);
     }
     rbase* onSet(const unsigned char* set) override
     {
-        remember();
+        stack.remember();
         return tracer::onSet(set);
     }
-
-private:
-    void remember()
-    {
-        char here = 0;
-        const char* const volatile place = &here;
-        lowest_ = std::min(lowest_, reinterpret_cast<std::uintptr_t>(place));
-        highest_ = std::max(highest_, reinterpret_cast<std::uintptr_t>(place));
-    }
-
-    std::uintptr_t lowest_ = UINTPTR_MAX;
-    std::uintptr_t highest_ = 0;
 };
-
-// The sanitizer surrounds every variable with guards.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr unsigned allowed_stack = 1024 * 1024;
-#else
-constexpr unsigned allowed_stack = 512 * 1024;
-#endif
 
 TEST(rparser, the_deepest_pattern_uses_less_than_512_KB_of_stack)
 {
@@ -507,8 +487,8 @@ TEST(rparser, the_deepest_pattern_uses_less_than_512_KB_of_stack)
         measuring_parser parser;
         const std::string log = parser.trace(repeated(form, 100000));
         EXPECT_EQ("80010001 overrun", log.substr(log.rfind("80010001"))) << form;
-        EXPECT_LT(parser.used(), allowed_stack) << form;
-        EXPECT_GT(parser.used(), 16u * 1024) << form;
+        EXPECT_LT(parser.stack.bytes(), allowed_stack) << form;
+        EXPECT_GT(parser.stack.bytes(), 16u * 1024) << form;
     }
 }
 

@@ -2,10 +2,10 @@
 // Generated programs are run by the machine and by a naive interpreter of
 // their syntax tree, which must agree.
 #include "script_listing.h"
+#include "value_text.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -14,13 +14,6 @@
 #include <sstream>
 
 namespace {
-
-std::string hex_code(int code)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(code));
-    return text;
-}
 
 /// The output, and the error behind "!".
 std::string run(const std::string& text)
@@ -31,10 +24,10 @@ std::string run(const std::string& text)
     xpp::xcompiler compiler;
     int r = compile_text(machine, compiler, text);
     if (r < 0)
-        return "!" + hex_code(r) + " " + compiler.get_last_error().what();
+        return "!" + code_text(r) + " " + compiler.get_last_error().what();
     r = machine.run();
     if (r < 0)
-        out << "!" << hex_code(r) << " " << machine.get_last_error().what();
+        out << "!" << code_text(r) << " " << machine.get_last_error().what();
     return out.str();
 }
 

@@ -1,6 +1,7 @@
 // The script machine: each instruction in code made by hand, each failure, and
 // what the host sees of it.
 #include "script_listing.h"
+#include "value_text.h"
 
 #include <gtest/gtest.h>
 
@@ -12,13 +13,6 @@
 using namespace xpp;
 
 namespace {
-
-std::string hex_code(int code)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(code));
-    return text;
-}
 
 /// An instruction with an operand of any kind.
 struct op {
@@ -47,7 +41,7 @@ public:
         std::string text = out.str();
         out.str("");
         if (r < 0)
-            text += "!" + hex_code(r) + " " + machine.get_last_error().what();
+            text += "!" + code_text(r) + " " + machine.get_last_error().what();
         return text;
     }
     std::string run() { return result(machine.run()); }
@@ -529,7 +523,7 @@ TEST(xmachine, executes_changed_code)
     ASSERT_EQ(code, "GETVAR x; STORE 6; EVAL; GETVAR y; STORE 3; EVAL; GETVAR x; STORE 4; PLUS; OUTPUT; HALT");
     const auto run = [&] {
         out.str("");
-        return machine.run() < 0 ? "!" + hex_code(machine.get_last_error().get_err()) : out.str();
+        return machine.run() < 0 ? "!" + code_text(machine.get_last_error().get_err()) : out.str();
     };
     EXPECT_EQ(run(), "10");
     xcode& plus = machine.get_code(8);
@@ -698,7 +692,7 @@ std::string run_text(xmachine& machine, const std::string& text)
     if (r < 0)
         out << "!" << compiler.get_last_error().what();
     else if ((r = machine.run()) < 0)
-        out << "!" << hex_code(r) << " " << machine.get_last_error().what();
+        out << "!" << code_text(r) << " " << machine.get_last_error().what();
     machine.set_ostream(before);
     return out.str();
 }
@@ -771,7 +765,7 @@ struct called {
             rest.push_back(args[n]);
         const int r = i.call(args[0].get_string(), result, rest);
         if (r < 0)
-            result = hex_code(r).c_str();
+            result = code_text(r).c_str();
         // The arguments are still there.
         if (args.count() != rest.count() + 1 || !args[0].is_string())
             result = "arguments lost";
@@ -935,7 +929,7 @@ std::string call(xmachine& machine, const char* name, std::initializer_list<int>
     base_var result = "untouched";
     const int r = machine.call(name, result, args);
     if (r < 0)
-        return "!" + hex_code(r) + " " + machine.get_last_error().what();
+        return "!" + code_text(r) + " " + machine.get_last_error().what();
     return result.is_rvalue() ? result.to_string().c_str() : "none";
 }
 
