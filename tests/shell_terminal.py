@@ -10,6 +10,7 @@ import os
 import pty
 import select
 import signal
+import struct
 import sys
 import tempfile
 import termios
@@ -39,8 +40,11 @@ class Terminal:
             fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
             for fd in (0, 1, 2):
                 os.dup2(self.slave, fd)
-            os.execv(program, [program] + command)
+            self.become(program, [program] + command)
         self.wait_for_prompt()
+
+    def become(self, program, words):
+        os.execv(program, words)
 
     def mode(self):
         return termios.tcgetattr(self.slave)
@@ -94,6 +98,45 @@ class Terminal:
         return self.shown, status, is_restored
 
 
+class JobTerminal(Terminal):
+    """The same below a shell with job control, which lets a stopped program go on when it is told to."""
+
+    def __init__(self, *arguments):
+        self.stopped, self.tell_stopped = os.pipe()
+        self.wait_to_go, self.go = os.pipe()
+        super().__init__(*arguments)
+
+    def become(self, program, words):
+        job = os.fork()
+        if job == 0:
+            os.setpgid(0, 0)
+            signal.signal(signal.SIGTTOU, signal.SIG_IGN)
+            os.tcsetpgrp(0, os.getpgrp())
+            signal.signal(signal.SIGTTOU, signal.SIG_DFL)
+            os.execv(program, words)
+        while True:
+            status = os.waitpid(job, os.WUNTRACED)[1]
+            if not os.WIFSTOPPED(status):
+                os._exit(os.waitstatus_to_exitcode(status) & 255)
+            os.write(self.tell_stopped, b"s")
+            os.read(self.wait_to_go, 1)
+            os.kill(job, signal.SIGCONT)
+
+    def wait_for_stop(self):
+        if not select.select([self.stopped], [], [], PATIENCE)[0]:
+            raise TimeoutError("not stopped")
+        os.read(self.stopped, 1)
+
+    def go_on(self):
+        os.write(self.go, b"g")
+
+    def end(self):
+        result = super().end()
+        for fd in (self.stopped, self.tell_stopped, self.wait_to_go, self.go):
+            os.close(fd)
+        return result
+
+
 def type_keys(terminal, keys):
     """One key at a time, each when the one before was answered."""
     terminal.wait_for_mode(echoes=False)
@@ -135,6 +178,34 @@ def read_in_command(terminal, _):
         terminal.send(script)
         terminal.wait_for_prompt()
     type_keys(terminal, b"quit\r")
+
+
+def escape_alone(terminal, _):
+    """Escape without anything that follows soon is a key of its own, which does nothing."""
+    type_keys(terminal, b"ev")
+    terminal.wait_for_answer()
+    terminal.send(b"\x1b")
+    limit = time.monotonic() + PATIENCE
+    while struct.unpack("i", fcntl.ioctl(terminal.slave, termios.FIONREAD, bytes(4)))[0] > 0:
+        if time.monotonic() > limit:
+            raise TimeoutError("Escape is not read")
+        time.sleep(0.001)
+    time.sleep(1)  # much longer than the rest of a key's sequence takes
+    paste(terminal, b"\t1\rquit\r")
+
+
+def suspend(terminal, _):
+    """Ctrl-Z stops the program with the mode of the terminal put back; going on, it takes keys again."""
+    for begin, rest in ((b"ev", b"al 1\r"), (b"q", b"uit\r")):
+        type_keys(terminal, begin)
+        terminal.wait_for_answer()
+        terminal.send(b"\x1a")
+        terminal.wait_for_stop()
+        assert terminal.mode() == terminal.before, "stopped in a mode of its own"
+        terminal.go_on()
+        type_keys(terminal, rest)
+        if begin == b"ev":
+            terminal.wait_for_prompt()
 
 
 def terminate(terminal, _):
@@ -188,6 +259,8 @@ SHELL_CASES = [
     ("pasted lines", paste, b"set x=1\neval x + 1\nquit\n",
      b"set x=1\r\nkro> eval x + 1\r\n2\r\nkro> quit\r\n", 0),
     ("pasted keys", paste, b"ev\t1\x08\x1b[A2\x1bOH\rq\t\r", b"eval 1\x08 \x082\r\n2\r\nkro> quit \r\n", 0),
+    ("a key with Alt", paste, b"ev\x1bx\t1\rq\t\r", b"eval 1\r\n1\r\nkro> quit \r\n", 0),
+    ("Escape alone", escape_alone, None, b"eval 1\r\n1\r\nkro> quit\r\n", 0),
     ("keys faster than answers", stay_in_mode, None, ALL_NAMES * MANY + b"quit\r\n", 0),
     ("a command that reads", read_in_command, None,
      b"run -\r\nsix: $[@6]\r\nsix: 6\r\nkro> run -\r\nseven: $[@7]\r\nseven: 7\r\nkro> quit\r\n", 0),
@@ -200,6 +273,8 @@ SHELL_CASES = [
     ("a signal that ends the program", terminate, None, b"ev", -signal.SIGTERM),
     ("a lost terminal", hang_up, None, b"", -signal.SIGHUP),
 ]
+
+JOB_CASES = [("Ctrl-Z", suspend, None, b"eval 1\r\n1\r\nkro> quit\r\n", 0)]
 
 SCRIPT = b"one\n$[x = 1]\ntwo $[@x]\n"
 STOP = b"s.xpp:1 in __main__\r\n    one\r\n(debug) "
@@ -221,13 +296,13 @@ THREADED_CASES = [
 ]
 
 
-def run(program, command, prompt, begin, cases):
+def run(program, command, prompt, begin, cases, kind=Terminal):
     failures = 0
     for name, act, keys, expected, expected_status in cases:
         with tempfile.TemporaryDirectory() as folder:
             with open(os.path.join(folder, "s.xpp"), "wb") as script:
                 script.write(SCRIPT)
-            terminal = Terminal(program, folder, command, prompt)
+            terminal = kind(program, folder, command, prompt)
             act(terminal, keys)
             shown, status, is_restored = terminal.end()
         if (shown, status, is_restored) != (begin + expected, expected_status, True):
@@ -241,9 +316,10 @@ def run(program, command, prompt, begin, cases):
 def main():
     kro, threaded = map(os.path.abspath, sys.argv[1:])
     failures = run(kro, ["shell"], SHELL_PROMPT, SHELL_PROMPT, SHELL_CASES)
+    failures += run(kro, ["shell"], SHELL_PROMPT, SHELL_PROMPT, JOB_CASES, JobTerminal)
     failures += run(kro, ["debug", "s.xpp"], DEBUG_PROMPT, STOP, DEBUG_CASES)
     failures += run(threaded, [], THREADED_PROMPT, THREADED_PROMPT, THREADED_CASES)
-    print("%d sessions, %d failures" % (len(SHELL_CASES) + len(DEBUG_CASES) + len(THREADED_CASES), failures))
+    print("%d sessions, %d failures" % (len(SHELL_CASES) + len(JOB_CASES) + len(DEBUG_CASES) + len(THREADED_CASES), failures))
     return 1 if failures else 0
 
 
