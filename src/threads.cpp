@@ -94,11 +94,8 @@ int threads::attach(thread* t)
     if (count_ == capacity_)
         return err::little_of_resource;
     unsigned slot = find_free(next_, capacity_);
-    if (slot == capacity_) {
-        slot = find_free(0, next_);
-        if (slot == next_)
-            return err::internal;
-    }
+    if (slot == capacity_)
+        slot = find_free(0, next_); // there is one: not all are counted
     table_[slot] = t;
     taken_[slot / word_bits] |= 1u << slot % word_bits;
     t->set_no(slot);

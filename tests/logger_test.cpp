@@ -344,6 +344,9 @@ TEST(log_table, begins_empty)
     EXPECT_EQ(default_text, message_text(table, 0));
     EXPECT_EQ(default_text, message_text(table, 1));
     EXPECT_EQ(log_table::chinese, table.get_language());
+    const log_table copy(table);
+    EXPECT_EQ(0u, copy.count());
+    EXPECT_EQ(default_text, message_text(copy, 1));
 }
 
 // The bound is the count of children, so the last message of a block that holds

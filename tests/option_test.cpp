@@ -104,6 +104,17 @@ TEST(read_argv, stores_values_into_their_targets)
     }
 }
 
+TEST(read_argv, refuses_a_pattern_of_no_kind)
+{
+    int seen = 7;
+    const option_pattern unknown[] = { { "odd", 'o', 99, &seen }, { nullptr, 0, 0, nullptr } };
+    words w { "-o", "5" };
+    int position = -1;
+    EXPECT_EQ(err::internal, read_argv(w.count(), w.vector(), unknown, &position));
+    EXPECT_EQ(0, position);
+    EXPECT_EQ(7, seen);
+}
+
 TEST(read_argv, sets_a_flag_to_1_whatever_it_was)
 {
     settings s;

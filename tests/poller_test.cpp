@@ -25,6 +25,7 @@ struct client : fdbase {
     Socket& socket;
     int events = EV_READ;
     int read_result = 0;
+    int write_result = 0;
     std::function<void()> on_read;
 
     client(const char* n, Socket& s) : name(n), socket(s) {}
@@ -44,7 +45,7 @@ struct client : fdbase {
     int do_write() override
     {
         calls += name + ":write ";
-        return 0;
+        return write_result;
     }
     int do_error() override
     {
@@ -815,6 +816,9 @@ TEST(epoller, runs_its_exec_object_behind_every_served_object)
     b.read_result = -1;
     p[1].make_readable();
     EXPECT_EQ("2: a:write exec b:read ", served(loop, nullptr)) << "not behind one that failed";
+    b.read_result = 0;
+    b.write_result = -1;
+    EXPECT_EQ("2: a:write exec b:read b:write ", served(loop, nullptr));
 }
 
 TEST(epoller, exists_ten_times_at_most)

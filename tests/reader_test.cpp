@@ -368,6 +368,18 @@ TEST(reader, a_stream_is_asked_for_its_end_once)
     }
 }
 
+TEST(reader, a_stream_that_has_no_memory_leaves_everything)
+{
+    struct exhausted : std::streambuf {
+        int_type underflow() override { throw std::bad_alloc(); }
+    } buffer;
+    std::istream in(&buffer);
+    reader r;
+    ASSERT_EQ(0, r.load_string("kept", nullptr, true));
+    EXPECT_EQ(err::out_of_memory, r.load_stream(in));
+    EXPECT_EQ('k', r.getch());
+}
+
 TEST(reader, a_reader_loads_from_another_by_copy)
 {
     reader source;

@@ -732,6 +732,14 @@ TEST(share_str, behaves_as_a_standard_string_on_generated_changes)
 
 // ---- dynamic_str and static_str ---------------------------------------------------------------
 
+TEST(dynamic_str, has_no_buffer_when_made_of_nothing)
+{
+    const dynamic_str of_null(nullptr);
+    EXPECT_EQ(0u, of_null.capacity());
+    const dynamic_str of_range(nullptr, nullptr);
+    EXPECT_EQ(0u, of_range.capacity());
+}
+
 TEST(dynamic_str, has_no_buffer_at_first)
 {
     dynamic_str s;

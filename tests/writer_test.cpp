@@ -406,6 +406,20 @@ TEST(DBGDC, has_a_mark_that_changes_nothing)
     EXPECT_EQ("xy", GetCapturedStderr());
 }
 
+TEST_F(debug_channel, prints_nothing_without_a_format)
+{
+    const auto print = [](const char* fmt, ...) {
+        va_list arguments;
+        va_start(arguments, fmt);
+        DBGDC::dc().vprint(fmt, arguments);
+        va_end(arguments);
+    };
+    print(nullptr, 5);
+    EXPECT_EQ("", notes);
+    print("%d", 5);
+    EXPECT_NE(string::npos, notes.find("5"));
+}
+
 TEST_F(debug_channel, prints_formatted_text)
 {
     DBGDC::dc().print("%s=%d", "x", 5);

@@ -5,6 +5,8 @@
 #include "../net_fixture.h"
 
 #include <stdkro/poller.h>
+#include <stdkro/xcpt.h>
+#include <stdkro/xml_doc.h>
 
 #include <memory>
 #include <string>
@@ -89,6 +91,26 @@ TEST(packet, prints_a_long_text_or_nothing)
         failure.disarm();
         EXPECT_EQ(failure.happened() ? 0u : 5000u, printed) << failure.nth();
         EXPECT_EQ(printed, p.count());
+    }
+}
+
+TEST(socket, prints_what_there_is_memory_for)
+{
+    socket_pair p;
+    for (allocation_failure failure; failure.next();) {
+        xml_node node("socket", XML_ELEMENT);
+        failure.arm();
+        try {
+            p.here.print(node);
+        } catch (const xcpt& e) {
+            EXPECT_EQ(err::out_of_memory, e.get_err());
+        }
+        failure.disarm();
+        const xml_node* const addresses = node.find_first(XML_ELEMENT, "addr");
+        if (!failure.happened()) {
+            ASSERT_NE(nullptr, addresses);
+            EXPECT_EQ(2u, addresses->get_attrs().count());
+        }
     }
 }
 

@@ -262,12 +262,15 @@ TEST(a_locale_with_a_comma, changes_no_number)
     // A comma of the format itself stays.
     str::write_multi(text, sizeof text, numbers, 1, "%.0f, ", '\0');
     const std::string with_comma = text;
+    str::write_multi(text, sizeof text, numbers, 1, "<%.0f>", '\0');
+    const std::string without_point = text;
     format_double_g(own, 1.5);
     const char* const end = parse_double("1.5", value);
     end_comma_locale();
     EXPECT_EQ(9, length);
     EXPECT_EQ("1.5;-2.25", list);
     EXPECT_EQ("2, ", with_comma);
+    EXPECT_EQ("<2>", without_point);
     EXPECT_STREQ("1.5", own);
     EXPECT_EQ(1.5, value);
     EXPECT_STREQ("", end);

@@ -85,6 +85,31 @@ TEST(regex_memory, a_bitmap_that_cannot_grow_stays_as_it_is)
     }
 }
 
+TEST(regex_memory, a_closure_names_itself_where_it_failed)
+{
+    rnfa nfa;
+    for (int i = 0; i < 200; ++i)
+        nfa.alloc_state();
+    nfa.connect(0, 150, rnfa::epsilon);
+    for (allocation_failure failure; failure.next();) {
+        bitmap set(10);
+        set.add_bit(0);
+        std::string failed;
+        failure.arm();
+        try {
+            nfa.closure(set);
+        } catch (const xcpt& e) {
+            failure.disarm();
+            EXPECT_EQ(err::out_of_memory, e.get_err());
+            failed = e.what();
+        }
+        failure.disarm();
+        EXPECT_EQ(failure.happened() ? "rnfa::closure" : "", failed);
+        EXPECT_TRUE(set[0]);
+        EXPECT_EQ(!failure.happened(), set.capacity() >= 200 && set[150]);
+    }
+}
+
 TEST(regex_memory, bitmaps_name_the_operation_that_failed)
 {
     bitmap small(10);

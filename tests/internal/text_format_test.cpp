@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <cwchar>
 #include <string>
 
 namespace {
@@ -65,6 +66,8 @@ TEST(format_bounded, leaves_other_conversions_to_the_c_library)
     expect_same("%d %s %.3s|%10s|%-10s|", 1, "a", "abcdef", "b", "c");
     expect_same("%*d %.*s", 6, 42, 2, "abc");
     expect_same("%hd %hhd", 70000, 300);
+    expect_same("%d %lc", 1, static_cast<std::wint_t>(L'c'));
+    expect_same("%d %ls", 1, L"wide");
 }
 
 TEST(format_bounded, writes_nothing_into_no_room)

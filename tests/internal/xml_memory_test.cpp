@@ -68,6 +68,32 @@ TEST(xml_memory, reading_a_tree_fails_with_a_code)
     EXPECT_GT(runs, 20);
 }
 
+TEST(xml_memory, a_derived_builder_fails_with_a_code)
+{
+    struct derived : xml_node_handler {
+        using xml_node_handler::xml_node_handler;
+    };
+    const string text = "<?xml version=\"1.0\"?><a x=\"1\"><b/>text<![CDATA[data]]><!--comment--></a>";
+    string whole;
+    int runs = 0;
+    for (allocation_failure failure; failure.next(); ++runs) {
+        xml_node target("", XML_DOCUMENT);
+        xml_reader in;
+        ASSERT_EQ(0, in.load_string(text.data(), text.data() + text.size(), false));
+        derived builder(&target, true, true);
+        failure.arm();
+        const int r = in.read_doc(&builder);
+        failure.disarm();
+        EXPECT_EQ(failure.happened() ? no_memory : 0, r) << failure.nth();
+        in.seek(0);
+        ASSERT_EQ(0, in.read_doc(&builder)) << failure.nth();
+        if (runs == 0)
+            whole = text_of(target);
+        EXPECT_EQ(whole, text_of(target)) << failure.nth();
+    }
+    EXPECT_GE(runs, 5);
+}
+
 TEST(xml_memory, reporting_events_fails_with_a_code)
 {
     // Copies everything, as a handler of a program would.
