@@ -136,6 +136,19 @@ TEST(dfa, create_makes_rows_and_columns)
     EXPECT_EQ(0, table.num_col());
 }
 
+TEST(rdfa, without_rows_matches_nothing)
+{
+    const std::string texts[] = { "", "a", std::string(1000, 'a') };
+    for (const short columns : { short { 0 }, short { 4 }, short { 256 } }) {
+        rdfa table;
+        table.create(0, columns);
+        for (const std::string& text : texts) {
+            EXPECT_EQ(err::failed, table.match(text.c_str())) << columns;
+            EXPECT_EQ(err::failed, table.match(text.data(), text.data() + text.size())) << columns;
+        }
+    }
+}
+
 TEST(dfa, a_negative_size_is_reported_and_taken_as_0)
 {
     dfa table;
