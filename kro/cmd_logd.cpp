@@ -9,13 +9,8 @@
 
 #include <cstdio>
 #include <ctime>
-#include <memory>
 
 namespace {
-
-struct file_closer {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // The lines of one datagram, each with time and sender. What could steer a terminal becomes "?".
 std::string lines_of(const std::string& text, const std::string& origin)
@@ -72,7 +67,7 @@ int logd_command(const command_words& words)
     const std::string host = words.text("host", "127.0.0.1");
     const std::string out = words.text("out");
     const int most = words.number("count", 0); // 0: all
-    std::unique_ptr<std::FILE, file_closer> file(out.empty() ? nullptr : std::fopen(out.c_str(), "a"));
+    const file_pointer file(out.empty() ? nullptr : std::fopen(out.c_str(), "a"));
     if (!out.empty() && !file)
         return report_error_in(out, err::file_system);
 

@@ -1,5 +1,6 @@
 // kro proc: runs a program as the library does.
 #include "commands.h"
+#include "files.h"
 #include "progress.h"
 
 #include <stdkro/process.h>
@@ -84,17 +85,16 @@ void feed(std::FILE* file, std::FILE* child)
 
 int run_with_input(const program& p, const char* directory, const std::string& path)
 {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    const file_pointer file(std::fopen(path.c_str(), "rb"));
     if (!file)
         return report_error(err::file_system, (path + ": " + get_err_info(err::file_system)).c_str());
     process child;
-    std::FILE* input = child.start(p.application.c_str(), directory, p.command_line.c_str(), "wb", false);
-    if (input) {
-        feed(file, input);
-        std::fclose(input);
-    }
-    std::fclose(file);
-    return input ? child.wait_done() : report_system_error(err::execute_process);
+    file_pointer input(child.start(p.application.c_str(), directory, p.command_line.c_str(), "wb", false));
+    if (!input)
+        return report_system_error(err::execute_process);
+    feed(file.get(), input.get());
+    input.reset(); // the end of what the child reads
+    return child.wait_done();
 }
 
 int run_program(const program& p, const char* directory)
@@ -119,13 +119,13 @@ int run(const command_words& words)
 int run_silently(const program& p)
 {
     process child;
-    std::FILE* output = child.start(p.application.c_str(), nullptr, p.command_line.c_str(), "rb", false);
+    file_pointer output(child.start(p.application.c_str(), nullptr, p.command_line.c_str(), "rb", false));
     if (!output)
         return -1;
     char block[1 << 16];
-    while (std::fread(block, 1, sizeof block, output) > 0) {
+    while (std::fread(block, 1, sizeof block, output.get()) > 0) {
     }
-    std::fclose(output);
+    output.reset();
     return child.wait_done();
 }
 

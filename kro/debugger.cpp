@@ -1,24 +1,16 @@
 #include "debugger.h"
 
 #include "progress.h"
+#include "words.h"
 
 #include <stdkro/ecalc.h>
 
 #include <algorithm>
-#include <charconv>
 #include <iostream>
 
 namespace {
 
 constexpr int lines_around = 5;
-
-/// The number that the whole text is; false for anything else.
-bool read_number(const std::string& text, int& number)
-{
-    const char* const end = text.data() + text.size();
-    const std::from_chars_result read = std::from_chars(text.data(), end, number);
-    return read.ec == std::errc() && read.ptr == end;
-}
 
 /// The expressions of "print": they see the script's variables and procedures.
 class evaluator : public ecalc {

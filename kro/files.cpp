@@ -9,17 +9,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct file_closer {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using file_pointer = std::unique_ptr<std::FILE, file_closer>;
 
 // A name in the folder of `path` that no file has.
 std::string name_beside(const std::string& path)

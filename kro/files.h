@@ -4,7 +4,14 @@
 #define STDKRO_KRO_FILES_H
 
 #include <cstdio>
+#include <memory>
 #include <string>
+
+struct file_closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+/// A file that closes itself.
+using file_pointer = std::unique_ptr<std::FILE, file_closer>;
 
 /// Reads all bytes of a file. 0, or 0x80020002.
 int read_whole_file(const std::string& path, std::string& bytes);

@@ -1,10 +1,5 @@
 #include "sockets.h"
 
-#include <charconv>
+#include "words.h"
 
-bool read_port(const std::string& word, int& port)
-{
-    const char* const end = word.data() + word.size();
-    const std::from_chars_result read = std::from_chars(word.data(), end, port);
-    return read.ec == std::errc() && read.ptr == end && port >= 0 && port <= 65535;
-}
+bool read_port(const std::string& word, int& port) { return read_number(word, port) && port >= 0 && port <= 65535; }

@@ -201,11 +201,9 @@ private:
 
 // ---- checking ------------------------------------------------------------------
 
-bool read_number(const std::string& text, const command_option& o, int& number)
+bool read_number_of(const command_option& o, const std::string& text, int& number)
 {
-    const char* const end = text.data() + text.size();
-    const std::from_chars_result read = std::from_chars(text.data(), end, number);
-    return read.ec == std::errc() && read.ptr == end && number >= o.least && number <= o.most;
+    return read_number(text, number) && number >= o.least && number <= o.most;
 }
 
 bool is_choice(const std::string& text, const std::string& choices)
@@ -221,7 +219,7 @@ void check_value(const given_option& given)
         return;
     const std::string not_this = ", not '" + given.value + "'";
     int number;
-    if (o.is_number() && !read_number(given.value, o, number))
+    if (o.is_number() && !read_number_of(o, given.value, number))
         throw usage_error { "'" + given.spelling + "' wants a number from " + std::to_string(o.least) + " to "
                             + std::to_string(o.most) + not_this };
     const bool is_one_of_several = std::strchr(o.value, '|') != nullptr;
@@ -289,6 +287,13 @@ std::string first_words(const command& c)
 
 } // namespace
 
+bool read_number(const std::string& text, int& number)
+{
+    const char* const end = text.data() + text.size();
+    const std::from_chars_result read = std::from_chars(text.data(), end, number);
+    return read.ec == std::errc() && read.ptr == end;
+}
+
 const given_option* command_words::find(const char* option) const
 {
     for (std::size_t i = options.size(); i-- > 0;)
@@ -307,7 +312,7 @@ int command_words::number(const char* option, int otherwise) const
 {
     const given_option* const given = find(option);
     if (given)
-        read_number(given->value, *given->option, otherwise);
+        read_number_of(*given->option, given->value, otherwise);
     return otherwise;
 }
 

@@ -48,6 +48,9 @@ extern const command_option help_option;
 /// nothing else is checked.
 command_words read_words(const command& c, const arguments& words);
 
+/// The decimal number that the whole text is; false for anything else, and beyond an int.
+bool read_number(const std::string& text, int& number);
+
 /// Whether "/x" is an option on this system.
 extern const bool has_slash_options;
 
