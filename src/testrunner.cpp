@@ -8,15 +8,6 @@
 
 namespace {
 
-// The text of an ut_error, formatted before its base is made.
-struct message {
-    char text[256];
-
-    message(const char* format, va_list arguments) { std::vsnprintf(text, sizeof text, format, arguments); }
-};
-
-message format_message(const char* format, va_list arguments) { return message(format, arguments); }
-
 // Runs one test's body, prints how it ended and counts it.
 template <class body> void run_guarded(testrunner& runner, const test& t, body run)
 {
@@ -37,11 +28,12 @@ template <class body> void run_guarded(testrunner& runner, const test& t, body r
 
 ut_error::ut_error(const char* file, int line, const char* format, ...) : file_(file), line_(line)
 {
+    char text[256];
     va_list arguments;
     va_start(arguments, format);
-    const message m = format_message(format, arguments);
+    std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    xrterror::operator=(xrterror(err::failed, "%s", m.text));
+    xrterror::operator=(xrterror(err::failed, "%s", text));
 }
 
 test::~test() = default;
