@@ -131,6 +131,13 @@ std::string utf8_of_gbk(const std::string& text)
     return made;
 }
 
+int report_error(int code, const char* message)
+{
+    print_message("error 0x%08x: %s\n", static_cast<unsigned>(code),
+                 message && *message ? message : get_err_info(code));
+    return exit_failure;
+}
+
 int report_error_at(const std::string& path, int line, int code, const char* message)
 {
     return print_error(path + ":" + std::to_string(line), code, message);

@@ -3,7 +3,6 @@
 #include "progress.h"
 #include "usage.h"
 
-#include <stdkro/xcpt.h>
 
 #include <cstdio>
 #include <iostream>
@@ -43,13 +42,6 @@ int run_guarded(const command& c, const arguments& words)
         print_usage(stderr, c);
         return exit_usage;
     }
-}
-
-int report_error(int code, const char* message)
-{
-    print_message("error 0x%08x: %s\n", static_cast<unsigned>(code),
-                 message && *message ? message : get_err_info(code));
-    return exit_failure;
 }
 
 int main(int argc, char** argv)
