@@ -169,6 +169,23 @@ bool scanner::run()
     return all;
 }
 
+/// Adds the rule of a line, "NUMBER PATTERN" from `first` on; `place` is the line's for messages.
+void add_line(rnfa& all, const std::string& line, std::size_t first, const std::string& place)
+{
+    char* end;
+    const long rule = std::strtol(line.c_str() + first, &end, 10);
+    const std::size_t pattern = line.find_first_not_of(" \t", static_cast<std::size_t>(end - line.c_str()));
+    if (end == line.c_str() + first || (*end != ' ' && *end != '\t') || pattern == std::string::npos)
+        throw xrterror(err::syntax, "%s: a rule is a number and a pattern", place.c_str());
+    if (rule < 0 || rule > 32767)
+        throw xrterror(err::syntax, "%s: the number of a rule is 0 to 32767", place.c_str());
+    try {
+        add_rule(all, line.substr(pattern), static_cast<short>(rule));
+    } catch (const xcpt& e) {
+        throw xrterror(e.get_err(), "%s: %s", place.c_str(), e.what());
+    }
+}
+
 /// Reads lines "NUMBER PATTERN", with a remark behind a blank; empty ones and those
 /// that begin with "#" are skipped.
 void read_rules(const std::string& path, rdfa& rules)
@@ -181,20 +198,8 @@ void read_rules(const std::string& path, rdfa& rules)
     for (std::string line; std::getline(in, line);) {
         ++number;
         const std::size_t first = line.find_first_not_of(" \t\r");
-        if (first == std::string::npos || line[first] == '#')
-            continue;
-        char* end;
-        const long rule = std::strtol(line.c_str() + first, &end, 10);
-        const std::size_t pattern = line.find_first_not_of(" \t", static_cast<std::size_t>(end - line.c_str()));
-        if (end == line.c_str() + first || (*end != ' ' && *end != '\t') || pattern == std::string::npos)
-            throw xrterror(err::syntax, "%s:%lu: a rule is a number and a pattern", path.c_str(), number);
-        if (rule < 0 || rule > 32767)
-            throw xrterror(err::syntax, "%s:%lu: the number of a rule is 0 to 32767", path.c_str(), number);
-        try {
-            add_rule(all, line.substr(pattern), static_cast<short>(rule));
-        } catch (const xcpt& e) {
-            throw xrterror(e.get_err(), "%s:%lu: %s", path.c_str(), number, e.what());
-        }
+        if (first != std::string::npos && line[first] != '#')
+            add_line(all, line, first, path + ":" + std::to_string(number));
     }
     if (all.start() < 0)
         throw xrterror(err::syntax, "%s: no rules", path.c_str());
