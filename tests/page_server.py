@@ -87,6 +87,7 @@ class Server:
 
     def __init__(self, args, name, language="english", idle=60, request=60, answer=60, connections=1000):
         self.args = args
+        self.began = time.time()
         self.site = pathlib.Path(args.scratch) / ("%s_%s" % (args.loop, name))
         shutil.rmtree(self.site, ignore_errors=True)
         shutil.copytree(args.site, self.site)
@@ -394,12 +395,16 @@ def open_requests_are_finished(server):
 
 
 def lines_go_to_all_sinks(server):
-    """After the end: what the file has was sent by UDP and shown, too."""
-    logged = [line for line in server.log().splitlines() if line.startswith("[pages] ")]
+    """After the end: what the file has was sent by UDP and shown, too. Each line has its time."""
+    stamp = re.compile(r"(\d{4}-\d\d-\d\d, \d\d:\d\d:\d\d) \[pages\] ")
+    logged = [line for line in server.log().splitlines() if not line.startswith("***")]
     console = (server.site / "console.txt").read_text("utf-8", "replace").splitlines()
-    expect([line for line in console if line.startswith("[pages]")], logged, "console")
+    expect([line for line in console if stamp.match(line)], logged, "console")
     expect(server.udp.recv(2048).decode("utf-8").rstrip("\n"), logged[0], "first line by UDP")
-    assert "hint: serving http://127.0.0.1:%d, loop %s" % (server.port, server.args.loop) == logged[0][8:], logged[0]
+    wanted = "hint: serving http://127.0.0.1:%d, loop %s" % (server.port, server.args.loop)
+    expect(logged[0].split("] ")[1], wanted, "first line")
+    times = [time.mktime(time.strptime(stamp.match(line).group(1), "%Y-%m-%d, %H:%M:%S")) for line in logged]
+    assert server.began - 2 <= times[0] and times == sorted(times) and times[-1] <= time.time(), times
 
 
 def time_limits(server):
@@ -449,41 +454,65 @@ def connections_are_bounded(server):
     server.stop()
 
 
-def wrong_settings_are_told(args):
-    for change, wanted in ((("port=0", "port=65536"), "port: invalidate parameter"),
-                           (("loop=", "loop=x"), "loop: invalidate parameter"),
-                           (("head=4096", "head=1"), "head: invalidate parameter"),
-                           (("body=20000", "body=much"), "body: invalidate parameter"),
-                           (("language=english", "language=german"), "[log]: invalidate parameter"),
-                           (("messages.xml", "nowhere.xml"), "[log]: "),
-                           (("messages.xml", "unsafe.xml"), "[log]: syntax error")):
-        site = pathlib.Path(args.scratch) / (args.loop + "_wrong")
-        shutil.rmtree(site, ignore_errors=True)
-        shutil.copytree(args.site, site)
-        (site / "unsafe.xml").write_text((site / "messages.xml").read_text("utf-8").replace("%s", "%d", 1), "utf-8")
-        text = INI % dict(loop=args.loop, log="server.log", udp=9, language="english", idle=9, request=9, answer=9,
-                          connections=9)
-        assert change[0] in text
-        (site / "test.ini").write_text(text.replace(*change, 1))
-        done = subprocess.run(args.emulator.split() + [args.program, "--config", str(site / "test.ini")], cwd=site,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
-        expect(done.returncode, 1, change)
-        assert wanted in done.stderr.decode("utf-8", "replace"), (change, done.stderr)
-    done = subprocess.run(args.emulator.split() + [args.program, "--config", "nowhere.ini"], cwd=site,
-                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
-    expect(done.returncode, 1, "no settings")
-    assert b"nowhere.ini: file system error" in done.stderr, done.stderr
-    done = subprocess.run(args.emulator.split() + [args.program, "--port"], stdin=subprocess.DEVNULL,
+def fails(args, site, *options):
+    """The status of a program that ends by itself, and what it says."""
+    done = subprocess.run(args.emulator.split() + [args.program, *options], cwd=site, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
-    expect(done.returncode, 2, "usage")
-    assert b"usage: page_server" in done.stderr
+    assert not done.stdout.startswith(b"http"), done.stdout
+    return done.returncode, done.stderr.decode("utf-8", "replace")
+
+
+def wrong_settings_are_told(args):
+    site = pathlib.Path(args.scratch) / (args.loop + "_wrong")
+    shutil.rmtree(site, ignore_errors=True)
+    shutil.copytree(args.site, site)
+    (site / "unsafe.xml").write_text((site / "messages.xml").read_text("utf-8").replace("%s", "%d", 1), "utf-8")
+    sound = INI % dict(loop=args.loop, log="server.log", udp=9, language="english", idle=9, request=9, answer=9,
+                       connections=9)
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        taken.listen()
+        used = str(taken.getsockname()[1])
+        for change, wanted in (
+                (("port=0", "port=65536"), "[server] port=65536 is not 0 to 65535 (invalidate parameter)"),
+                (("admin_port=0", "admin_port=-1"), "[server] admin_port=-1 is not 0 to 65535 ("),
+                (("loop=" + args.loop, "loop=x"), "[server] loop=x is not selector, poller or epoller (invalidate"),
+                (("head=4096", "head=1"), "[limits] head=1 is not 64 to 1048576 ("),
+                (("body=20000", "body=much"), "[limits] body=much is not "),
+                (("language=english", "language=german"), "[log] language=german is not english or chinese (invali"),
+                (("messages.xml", "nowhere.xml"), "[log] messages=nowhere.xml is not a language file (file "),
+                (("messages.xml", "unsafe.xml"), "[log] messages=unsafe.xml is not a language file (syntax "),
+                (("server.log", "nowhere/x.log"), "[log] file=nowhere/x.log is not a file to append to (file system"),
+                (("127.0.0.1:9", "nobody"), "[log] udp=nobody is not ADDRESS:PORT (network error)"),
+                (("port=0", "port=" + used), "cannot listen on port %s (" % used),
+                (("admin_port=0", "admin_port=" + used), "cannot listen on port %s (" % used)):
+            assert change[0] in sound
+            (site / "test.ini").write_text(sound.replace(*change, 1))
+            status, said = fails(args, site, "--config", str(site / "test.ini"))
+            expect(status, 1, change)
+            assert re.search(r"^\d{4}-\d\d-\d\d, \d\d:\d\d:\d\d \[stdkro\] error: ", said, re.M), said
+            assert wanted in said, (change, said)
+    # The command line goes before the file, and is checked as the file is.
+    (site / "test.ini").write_text(sound)
+    for option, name in (("--port", "port"), ("--admin", "admin_port")):
+        for value in ("65536", "70000", "-1", "99999999999", "12x", "x"):
+            status, said = fails(args, site, "--config", str(site / "test.ini"), option, value)
+            expect(status, 1, (option, value))
+            assert "[server] %s=%s is not 0 to 65535 (invalidate parameter)" % (name, value) in said, said
+    status, said = fails(args, site, "--config", "nowhere.ini")
+    expect(status, 1, "no settings")
+    assert "nowhere.ini (file system error)" in said, said
+    for options in (("--port",), (), ("--config", str(site / "test.ini"), "--nothing")):
+        status, said = fails(args, site, *options)
+        expect(status, 2, options)
+        assert "usage: page_server" in said
 
 
 def the_program_is_small(args):
     sources = [p for p in pathlib.Path(args.site).parent.iterdir() if p.suffix in (".cpp", ".h")]
-    lines = [line.strip() for p in sources for line in p.read_text("utf-8").splitlines()]
-    code = [line for line in lines if line and not line.startswith("//")]
-    assert len(sources) > 5 and len(code) <= 700, "%d lines of code in %d files" % (len(code), len(sources))
+    lines = [line for p in sources for line in p.read_text("utf-8").splitlines()]
+    assert len(sources) > 5 and len(lines) <= 700, "%d lines in %d files" % (len(lines), len(sources))
+    assert max(map(len, lines)) <= 110, max(lines, key=len)
 
 
 def requests(args):

@@ -1,119 +1,121 @@
 // Reads HTTP/1.1 requests from the front of a packet, each as far as it has come.
 #pragma once
+#include "settings.h"
 #include <stdkro/socket.h>
-#include <stdkro/str.h>
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <string_view>
 
-/// Appends text in which "%41" stands for "A" and "+" for `plus`. False for a bad escape.
-inline bool append_decoded(share_str& to, const char* b, const char* e, char plus)
-{
-    for (; b != e; ++b) {
-        unsigned char c = static_cast<unsigned char>(*b == '+' ? plus : *b);
-        if (c == '%' && (e - b < 3 || std::from_chars(b + 1, b + 3, c, 16).ptr != b + 3 || c == 0))
+/// Takes what stands before the first `end` off the front, with `end`; all where there is none.
+inline std::string_view take(std::string_view& rest, char end) {
+    const std::string_view piece = rest.substr(0, rest.find(end));
+    rest.remove_prefix(std::min(piece.size() + 1, rest.size()));
+    return piece;
+}
+
+inline share_str text_of(std::string_view piece) { return { piece.data(), piece.data() + piece.size() }; }
+
+/// The text in which "%41" stands for "A" and "+" for `plus`. False for a bad escape.
+inline bool decode(std::string_view from, char plus, share_str& to) {
+    to.clear();
+    for (const char *p = from.data(), *end = p + from.size(); p != end; ++p) {
+        unsigned char c = static_cast<unsigned char>(*p == '+' ? plus : *p);
+        if (*p == '%' && (end - p < 3 || std::from_chars(p + 1, p + 3, c, 16).ptr != p + 3 || c == 0))
             return false;
-        b += *b == '%' ? 2 : 0;
+        p += *p == '%' ? 2 : 0;
         to += char(c);
     }
     return true;
 }
 
+constexpr char ok[] = "200 OK", bad_request[] = "400 Bad Request"; // other statuses stand where they arise
+
 class http_request {
 public:
-    enum { incomplete = 0, complete = 1 };
     share_str method, path, query, body;
     bool keeps_alive = false;
 
-    /// The most bytes of a head and of a body.
-    http_request(int most_head, int most_body) : most_head_(unsigned(most_head)), most_body_(unsigned(most_body)) {}
-    /// Takes a whole request out of `in`; otherwise `incomplete`, or the HTTP status that refuses
-    /// it: then nothing more can be read.
-    int read(packet& in) {
-        const int r = stage_ == in_body ? complete : read_head(in);
-        if (r != complete)
-            return r;
-        stage_ = in_body;
-        if (in.count() - scanned_ < length_)
-            return incomplete;
-        body = share_str(in.rptr() + scanned_, in.rptr() + scanned_ + length_);
-        in.rmove(int(scanned_ + length_));
+    explicit http_request(const settings& most) : most_(most) {}
+    /// Takes a whole request out of `in`: `ok`. Null where it is not all there, otherwise the
+    /// status that refuses it: then nothing more can be read.
+    const char* read(packet& in) {
+        if (stage_ == at_start)
+            method.clear(); // that of the request before
+        const std::string_view all(in.rptr(), in.count()), head = all.substr(0, unsigned(most_.head));
+        while (stage_ != in_body) {
+            const std::size_t end = head.find('\n', line_);
+            if (end == head.npos)
+                return head.size() < unsigned(most_.head) ? nullptr : "431 Request Header Fields Too Large";
+            if (const char* const refusal = read_line(head.substr(line_, end - line_)))
+                return refusal;
+            line_ = end + 1;
+        }
+        if (all.size() - line_ < length_)
+            return nullptr;
+        body = text_of(all.substr(line_, length_));
+        in.rmove(int(line_ + length_));
         stage_ = at_start;
-        scanned_ = 0;
-        return complete;
+        line_ = 0;
+        return ok;
     }
 
 private:
     // head := { CRLF } request_line CRLF { field CRLF } CRLF
-    int read_head(const packet& in) {
+    const char* read_line(std::string_view line) {
+        if (line.empty() || line.back() != '\r' || std::any_of(line.begin(), line.end() - 1, is_control))
+            return bad_request;
+        line.remove_suffix(1);
+        if (!line.empty())
+            return stage_ == at_start ? read_request_line(line) : read_field(line);
         if (stage_ == at_start)
-            method.clear(); // that of the request before
-        int r = incomplete;
-        while (r == incomplete) {
-            const char* const line = in.rptr() + scanned_;
-            const char* const limit = in.rptr() + std::min(in.count(), most_head_);
-            const char* const end = std::find(line, limit, '\n');
-            if (end == limit)
-                return in.count() >= most_head_ ? 431 : incomplete;
-            scanned_ = unsigned(end + 1 - in.rptr());
-            if (end == line || end[-1] != '\r')
-                r = 400;
-            else if (end - line > 1)
-                r = stage_ == at_start ? read_request_line(line, end - 1) : read_field(line, end - 1);
-            else if (stage_ == in_fields)
-                return hosts_ != 1 ? 400 : length_ > most_body_ ? 413 : complete;
-        }
-        return r;
+            return nullptr;
+        stage_ = in_body;
+        return hosts_ != 1 ? bad_request : length_ > unsigned(most_.body) ? "413 Content Too Large" : nullptr;
     }
     // request_line := token ' ' '/' path [ '?' query ] " HTTP/1.1"
-    int read_request_line(const char* b, const char* e) {
-        const char* const to = std::find(b, e, ' ');
-        const char* const version = std::find(std::min(to + 1, e), e, ' ');
-        const char* const mark = std::find(to, version, '?');
-        if (!is_token(b, to) || e - version != 9 || std::memcmp(version, " HTTP/1.1", 9) != 0 || to[1] != '/'
-            || std::any_of(to, version, is_control))
-            return 400;
-        method = share_str(b, to);
-        query = share_str(std::min(mark + 1, version), version);
-        path.clear();
+    const char* read_request_line(std::string_view line) {
+        const std::string_view verb = take(line, ' ');
+        std::string_view target = take(line, ' ');
+        if (!is_token(verb) || target.substr(0, 1) != "/" || line != "HTTP/1.1")
+            return bad_request;
+        const std::string_view place = take(target, '?');
+        method = text_of(verb);
+        query = text_of(target);
         keeps_alive = true;
-        hosts_ = 0;
-        length_ = 0;
+        hosts_ = lengths_ = length_ = 0;
         stage_ = in_fields;
-        return append_decoded(path, to + 1, mark, '+') ? incomplete : 400;
+        return decode(place, '+', path) ? nullptr : bad_request;
     }
     // field := token ':' { blank } value { blank }
-    int read_field(const char* b, const char* e) {
-        const char* const colon = std::find(b, e, ':');
-        if (colon == e || !is_token(b, colon) || std::any_of(colon, e, is_control))
-            return 400;
-        const char* const value = std::find_if_not(colon + 1, e, is_blank);
-        while (e != value && is_blank(e[-1]))
-            --e;
-        const auto is_named = [=](const char* name) { return str::nstricmp(name, b, colon) == 0; };
-        hosts_ += is_named("host");
-        keeps_alive &= !is_named("connection") || str::nstricmp("close", value, e) != 0;
-        if (is_named("transfer-encoding"))
-            return 411; // bodies come with their length
-        if (!is_named("content-length"))
-            return incomplete;
-        unsigned long long n = 0;
-        const auto r = std::from_chars(value, e, n);
-        if (value == e || r.ptr != e || (length_ != 0 && n != length_))
-            return 400;
-        length_ = r.ec == std::errc() ? n : ~0ULL;
-        return incomplete;
+    const char* read_field(std::string_view line) {
+        std::string_view value = line;
+        const std::string_view name = take(value, ':');
+        if (name == line || !is_token(name))
+            return bad_request;
+        value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
+        value = value.substr(0, value.find_last_not_of(" \t") + 1);
+        hosts_ += is(name, "host");
+        keeps_alive &= !is(name, "connection") || !is(value, "close");
+        if (is(name, "transfer-encoding"))
+            return "411 Length Required";
+        if (!is(name, "content-length"))
+            return nullptr;
+        const auto r = std::from_chars(value.data(), value.data() + value.size(), length_);
+        if (value.empty() || r.ptr != value.data() + value.size() || ++lengths_ > 1)
+            return bad_request;
+        length_ = r.ec == std::errc() ? length_ : ~0u; // more than fits is more than is allowed
+        return nullptr;
     }
-    static bool is_blank(char c) { return c == ' ' || c == '\t'; }
+    static bool is(std::string_view piece, const char* name) {
+        return str::nstricmp(name, piece.data(), piece.data() + piece.size()) == 0;
+    }
     static bool is_control(char c) { return (static_cast<unsigned char>(c) < 32 && c != '\t') || c == 127; }
-    static bool is_token_char(char c) {
-        return (c >= '0' && c <= '9') || ((c | 32) >= 'a' && (c | 32) <= 'z') || (c && std::strchr("!#$%&'*+-.^_`|~", c));
+    static bool is_token(std::string_view s) {
+        auto fits = [](unsigned char c) { return std::isalnum(c) || std::strchr("!#$%&'*+-.^_`|~", c); };
+        return !s.empty() && std::all_of(s.begin(), s.end(), fits);
     }
-    static bool is_token(const char* b, const char* e) { return b != e && std::all_of(b, e, is_token_char); }
-
-    const unsigned most_head_, most_body_;
+    const settings& most_;
     enum { at_start, in_fields, in_body } stage_ = at_start;
-    unsigned scanned_ = 0; // bytes of the head that were read
-    int hosts_ = 0;
-    unsigned long long length_ = 0;
+    std::size_t line_ = 0;                          // where the line to be read begins
+    unsigned hosts_ = 0, lengths_ = 0, length_ = 0; // how often these fields came, and the body's length
 };

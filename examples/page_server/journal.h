@@ -1,4 +1,4 @@
-// The log: numbered messages in the chosen language, to the chosen sinks.
+// The log: numbered messages in the chosen language, with the time, to the chosen sinks.
 #pragma once
 #include "settings.h"
 #include <stdkro/logger.h>
@@ -6,58 +6,68 @@
 #include <stdkro/writer.h>
 #include <stdkro/xml_doc.h>
 #include <cstring>
+#include <ctime>
 
 enum message { // ORDER site/messages.xml
-    msg_serving = 1, msg_stopping, msg_stopped, msg_compiled, msg_script_error, msg_refused, msg_dropped,
-    msg_cannot_listen, msg_loop_failed, msg_count
+    msg_serving = 1, msg_stopping, msg_stopped, msg_compiled, msg_failed, msg_refused, msg_dropped, msg_count
 };
 
-class journal {
+class journal : private log_formatter {
 public:
-    /// Opens the sinks and reads the language file. 0 or a status.
-    int open(const settings& from) {
+    journal() { logger::get_writer()->set_formatter(this); }
+    ~journal() override { logger::get_writer()->set_formatter(nullptr); }
+    /// Opens the sinks and reads the language file. Throws an `xrterror`.
+    void open(const settings& from) {
         mixed_writer& sinks = DBGDC::dc().get_writer(); // which begins with the console
         const share_str file = from.text("log", "file"), udp = from.text("log", "udp");
-        const SockAddr receiver(udp.c_str());
-        if (!file.isempty() && !sinks.open_file(from.file(file.c_str()).c_str(), "a"))
-            return err::file_system;
-        if (!udp.isempty() && !sinks.open_udp(share_str(receiver.get_ip_s()).c_str(), receiver.get_port_h()))
-            return err::network;
+        const SockAddr to(udp.c_str());
+        if (!file.isempty() && !sinks.open_file(from.file(file).c_str(), "a"))
+            from.refuse(err::file_system, "log", "file", file, "a file to append to");
+        if (!udp.isempty() && (to.get_port_h() == 0 || !sinks.open_udp(to.get_ip_s(), to.get_port_h())))
+            from.refuse(err::network, "log", "udp", udp, "ADDRESS:PORT");
         if (from.text("log", "console") == "no")
             sinks.close(1);
-        file_ = from.file(from.text("log", "messages").c_str());
-        return set_language(from.text("log", "language"));
-    }
-    /// "english" or "chinese". 0 or a status; then nothing changed.
-    int set_language(const share_str& name) {
+        const share_str messages = from.text("log", "messages"), language = from.text("log", "language");
         xml_doc doc;
-        log_table fresh;
-        fresh.set_language(name == "english" ? log_table::english : log_table::chinese);
-        int r = name == "english" || name == "chinese" ? doc.read(file_.c_str(), false, false) : err::invalid_parameter;
-        if (r >= 0)
-            r = fresh.read(*doc.get_doc_node());
-        for (unsigned i = 1; r >= 0 && i < msg_count; ++i)
-            r = i < fresh.count() && is_usable(fresh[i].fmt) ? 0 : err::syntax;
-        if (r >= 0)
-            messages_.swap(fresh);
-        return r;
+        int r = doc.read(from.file(messages).c_str(), false, false);
+        for (int i : { log_table::english, log_table::chinese }) {
+            tables_[i].set_language(i);
+            r = r < 0 ? r : tables_[i].read(*doc.get_doc_node());
+            for (unsigned m = 1; r >= 0 && m < msg_count; ++m)
+                r = m < tables_[i].count() && is_usable(tables_[i][m].fmt) ? 0 : err::syntax;
+        }
+        if (r < 0)
+            from.refuse(r, "log", "messages", messages, "a language file");
+        if (set_language(language) < 0)
+            from.refuse(err::invalid_parameter, "log", "language", language, "english or chinese");
     }
-    /// The texts are cut at 200 bytes.
-    void write(message number, share_str a, share_str b = "", share_str c = "", share_str d = "") const {
-        for (share_str* text : { &a, &b, &c, &d })
-            *text = text->substr(0, 200);
-        logger::print(context_, lv_none, int(number), a.c_str(), b.c_str(), c.c_str(), d.c_str());
+    /// "english" or "chinese". 0 or a status.
+    int set_language(const share_str& name) {
+        if (name != "english" && name != "chinese")
+            return err::invalid_parameter;
+        context_.table = &tables_[name == "english" ? log_table::english : log_table::chinese];
+        return 0;
+    }
+    void write(message m, const char* a, const char* b = "", const char* c = "", const char* d = "") const {
+        logger::print(context_, lv_none, int(m), a, b, c, d);
     }
 
 private:
-    // A translation cannot ask for what is not there: at most four conversions, all of them "%s".
-    static bool is_usable(const char* format) {
-        int texts = 0;
-        while ((format = std::strchr(format, '%')) && (format[1] == '%' || (format[1] == 's' && ++texts <= 4)))
-            format += 2;
-        return !format;
+    // "2026-01-31, 23:59:59 [pages] hint: ..."
+    int format(char* dst, unsigned size, const logctx& ctx, err_level level, const char* fmt,
+               va_list arguments) override {
+        const unsigned length = unsigned(std::strlen(print_time(dst, int(size), long(std::time(nullptr)))));
+        dst[length] = ' ';
+        const int r = log_formatter::format(dst + length + 1, size - length - 1, ctx, level, fmt, arguments);
+        return r < 0 ? std::strcpy(dst + size - 2, "\n"), r : r; // a line that was cut ends, too
     }
-    share_str file_;
-    log_table messages_;
-    logctx context_ { "pages", 0, 0, &messages_, nullptr };
+    // A translation cannot ask for what is not there: at most four conversions, all of them "%s".
+    static bool is_usable(const char* text) {
+        int count = 0;
+        while ((text = std::strchr(text, '%')) && (text[1] == '%' || (text[1] == 's' && ++count <= 4)))
+            text += 2;
+        return !text;
+    }
+    log_table tables_[3]; // by language
+    logctx context_ { "pages", 0, 0, nullptr, nullptr };
 };

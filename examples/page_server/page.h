@@ -1,79 +1,111 @@
 // One route: a script with a procedure "page", compiled once and again when its file changes.
 #pragma once
+#include "http_request.h"
 #include "journal.h"
-#include "script_functions.h"
-#include <memory>
+#include <stdkro/xpp.h>
 #include <ostream>
 
-/// What a script writes, up to a limit beyond which the script fails.
-struct page_buffer : std::streambuf {
-    std::streamsize xsputn(const char* bytes, std::streamsize n) override {
-        if (unsigned(n) > limit - text.count() || (n > 0 && text.write(bytes, unsigned(n)) == 0))
-            throw xrterror(err::overrun, "the page is too long");
-        return n;
-    }
-    int overflow(int c) override { return xsputn(std::string(1, char(c)).c_str(), 1) == 1 ? 0 : -1; }
-    packet text;
-    unsigned limit = 0;
-};
-
-class page {
+class page : private std::streambuf {
 public:
-    share_str file, methods;
-    page_buffer output;
+    const share_str file, methods;
+    packet out; // what the script wrote
 
-    /// `line`: "FILE METHOD, METHOD..." as the section [routes] has it; GET and HEAD when there are none.
-    page(const std::string& line, const settings& from, const journal& log) : from_(from), log_(log) {
-        const std::size_t blank = line.find(' ');
-        file = from.file(line.substr(0, blank).c_str());
-        methods = blank == line.npos ? "GET, HEAD" : line.c_str() + blank + 1;
-        output.limit = unsigned(from.page);
-        stream_.exceptions(std::ios::badbit); // what the buffer throws reaches the script
+    /// `route`: "FILE METHOD, METHOD..." as the section [routes] has it; GET and HEAD when there are none.
+    page(std::string_view route, const settings& from, const journal& log)
+        : file(from.file(text_of(take(route, ' ')))), methods(text_of(route.empty() ? "GET, HEAD" : route)),
+          from_(from), log_(log) {
+        static const char* const names[] = { "ini", "field", "escape", nullptr };
+        static const method functions[] = { ini, field, escape };
+        machine_.add_methods(names, functions);
+        machine_.set_ostream(&stream_);
+        stream_.exceptions(std::ios::badbit); // what xsputn throws reaches the script
     }
-    bool allows(const share_str& word) const {
-        return (std::string(", ") + methods.c_str() + ",").find(std::string(" ") + word.c_str() + ",") != std::string::npos;
+    bool allows(const share_str& verb) const {
+        const std::string listed = std::string(" ") + methods.c_str() + ",";
+        return listed.find(std::string(" ") + verb.c_str() + ",") != listed.npos;
     }
-    /// Runs the script: 200, or 500. What it wrote stays in `output.text` until the next call.
-    int render(const http_request& request) {
+    /// Runs the script. False when it fails.
+    bool render(const http_request& request) {
         base_var result;
         cycque<base_var> arguments;
-        for (const share_str* text : { &request.method, &request.path, &request.query, &request.body })
-            arguments.push_back(*text);
-        output.text.reset();
+        for (const share_str* given : { &request.method, &request.path, &request.query, &request.body })
+            arguments.push_back(*given);
+        out.reset();
         stream_.clear();
-        if (!refresh())
-            return 500;
-        if (machine_->call("page", result, arguments) >= 0)
-            return 200;
-        report(machine_->get_last_line(), machine_->get_last_error());
-        return 500;
+        return refresh() && (machine_.call("page", result, arguments) >= 0 || fail(machine_));
     }
 
 private:
     bool refresh() {
-        std::error_code failed;
-        const auto changed = std::filesystem::last_write_time(file.c_str(), failed);
-        const auto size = failed ? 0 : std::filesystem::file_size(file.c_str(), failed); // times may be whole seconds
-        if (machine_ && changed == changed_ && size == size_)
+        std::error_code none;
+        const std::pair now(std::filesystem::last_write_time(file.c_str(), none),
+                            std::filesystem::file_size(file.c_str(), none)); // times may be whole seconds
+        if (now == seen_)
             return is_compiled_;
-        changed_ = changed;
-        size_ = size;
-        machine_ = std::make_unique<xpp::xmachine>();
-        add_script_functions(*machine_, from_);
-        machine_->set_ostream(&stream_);
+        seen_ = now;
+        machine_.clear();
+        machine_.get_field().add_object("settings", const_cast<settings*>(&from_));
         xpp::xcompiler compiler;
-        is_compiled_ = compiler.compile(*machine_, file.c_str()) >= 0;
-        is_compiled_ ? log_.write(msg_compiled, file) : report(compiler.get_last_line(), compiler.get_last_error());
-        return is_compiled_;
+        is_compiled_ = compiler.compile(machine_, file.c_str()) >= 0;
+        if (is_compiled_)
+            log_.write(msg_compiled, file.c_str());
+        return is_compiled_ || fail(compiler);
     }
-    void report(int line, const xrterror& e) const {
-        log_.write(msg_script_error, file, share_str::print_str("%d", line), e.what(), get_err_info(e.get_err()));
+    // What scripts can call beside the functions that every script has.
+    static const char* argument(const cycque<base_var>& args, unsigned i) {
+        if (i >= args.count() || !args[i].is_string())
+            throw xrterror(err::invalid_parameter, "argument %u must be a text", i + 1);
+        return args[i].get_string().c_str();
     }
+    /// ini(section, name): a value of the server's INI file, "" where there is none.
+    static int ini(einterpret& self, base_var& result, cycque<base_var>& args) {
+        void* from = nullptr;
+        static_cast<xpp::xmachine&>(self).get_field().get_object("settings", &from);
+        result = static_cast<const settings*>(from)->text(argument(args, 0), argument(args, 1));
+        return 0;
+    }
+    /// field(form, name): a field of a query or of a form in a body, "" where there is none.
+    static int field(einterpret&, base_var& result, cycque<base_var>& args) {
+        share_str name, value;
+        for (std::string_view form = argument(args, 0); !form.empty() && name != argument(args, 1);) {
+            std::string_view pair = take(form, '&');
+            if (!decode(take(pair, '='), ' ', name) || !decode(pair, ' ', value))
+                name.clear();
+        }
+        result = name == argument(args, 1) ? value : "";
+        return 0;
+    }
+    /// escape(text): the text as HTML shows it.
+    static int escape(einterpret&, base_var& result, cycque<base_var>& args) {
+        share_str made;
+        for (const char* p = argument(args, 0); *p; ++p) {
+            share_str shown = *p;
+            for (const char* special : { "&&amp;", "<&lt;", ">&gt;", "\"&quot;", "'&#39;" })
+                shown = *p == *special ? special + 1 : shown;
+            made += shown;
+        }
+        result = made;
+        return 0;
+    }
+    // Logs the last error of a compiler or a machine.
+    template <class kind> bool fail(const kind& of) const {
+        const share_str line = share_str::print_str("%d", of.get_last_line());
+        const xrterror& e = of.get_last_error();
+        log_.write(msg_failed, file.c_str(), line.c_str(), e.what(), get_err_info(e.get_err()));
+        return false;
+    }
+    // What the script writes, up to a limit beyond which it fails.
+    std::streamsize xsputn(const char* bytes, std::streamsize n) override {
+        const unsigned room = unsigned(from_.page) - out.count();
+        if (unsigned(n) > room || (n > 0 && out.write(bytes, unsigned(n)) == 0))
+            throw xrterror(err::overrun, "the page is too long");
+        return n;
+    }
+    int overflow(int c) override { return xsputn(std::string(1, char(c)).c_str(), 1) == 1 ? 0 : -1; }
     const settings& from_;
+    xpp::xmachine machine_;
     const journal& log_;
-    std::unique_ptr<xpp::xmachine> machine_;
-    std::ostream stream_ { &output };
-    std::filesystem::file_time_type changed_;
-    std::uintmax_t size_ = 0;
+    std::ostream stream_ { this };
+    std::pair<std::filesystem::file_time_type, std::uintmax_t> seen_ { {}, ~1ull }; // a size that no file has
     bool is_compiled_ = false;
 };

@@ -1,8 +1,5 @@
+// Windows wants its socket library started before the first socket is made.
 #include <stdkro/platform_types.h>
 
-extern void start_sockets();
-void start_sockets()
-{
-    WSADATA data;
-    WSAStartup(0x0202, &data);
-}
+static WSADATA data;
+extern const int sockets_started = WSAStartup(0x0202, &data);

@@ -1,2 +1,0 @@
-extern void start_sockets();
-void start_sockets() {}
