@@ -19,6 +19,7 @@ import signal
 import socket
 import subprocess
 import sys
+import threading
 import time
 
 PATIENCE = 60  # seconds until something that must happen counts as missing
@@ -245,11 +246,50 @@ def broken_heads_are_refused(server):
                  b"GET / HTTP/1.1\r\nHost : a\r\n",
                  b"GET / HTTP/1.1\r\nHost: a\r\nhost: b\r\n\r\n",
                  b"GET / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n",
-                 b"GET / HTTP/1.1\r\nHost: a\x01\r\n", b"\n"):
+                 b"GET / HTTP/1.1\r\nHost: a\x01\r\n", b"\n", b"GET /\0 HTTP/1.1\r\n",
+                 b"GET / HTTP/1.1\r\nHost: a\0b\r\n", b"GET / HTTP/1.1\r\n\0: a\r\n", b"GET / HTTP/1.1\r\n: a\r\n",
+                 b"GET / HTTP/1.1\nHost: a\r\n", b"GET / HTTP/1.1\r\nHost: a\n", b"GET / HTTP/1.1\r\nHost: a\rb\r\n",
+                 b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n", b"GET / HTTP/1.0\r\nHost: a\r\n\r\n", b"\x16\x03\x01\n",
+                 b"GET http://a/ HTTP/1.1\r\n", b"G(T / HTTP/1.1\r\n", b"GET / HTTP/1.1\r\n\r\n",
+                 b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: -1\r\n",
+                 b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: +1\r\n",
+                 b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length:\r\n",
+                 b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 1, 1\r\n",
+                 b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 0\r\nContent-Length: 5\r\n",
+                 b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 5\r\ncontent-length: 5\r\n",
+                 b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 5x\r\n"):
         with server.connect() as s:
             s.sendall(head)
             answers = split_answers(read_all(s))
             expect([a[0] for a in answers], [400], head)
+
+
+def hostile_heads_get_what_they_deserve(server):
+    post = b"POST /echo HTTP/1.1\r\nHost: a\r\n"
+    for sent, status in ((post + b"Content-Length: 99999999999999999999\r\n\r\n", 413),
+                         (post + b"Content-Length: 4294967296\r\n\r\n", 413),
+                         (post + b"Content-Length: 20001\r\n\r\n", 413),
+                         (post + b"Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411),
+                         (post + b"transfer-ENCODING:identity\r\n\r\n", 411),
+                         (b"x" * 5000, 431), (b"\r\n" * 3000, 431), (post + b"a: b\r\n" * 1000, 431)):
+        with server.connect() as s:
+            s.sendall(sent)
+            expect([a[0] for a in split_answers(read_all(s))], [status], sent[:80])
+    # A head without an end, a byte at a time.
+    with server.connect() as s:
+        s.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        for byte in (b"GET / HTTP/1.1\r\nX: " + b"y" * 5000)[:4096]:
+            s.sendall(bytes([byte]))
+        expect([a[0] for a in split_answers(read_all(s))], [431], "a byte at a time")
+    # A path leads to a route or nowhere, but never to a file.
+    for path in ("/../home.xpp", "/home.xpp", "/./", "//", "/%2e%2e/test.ini", "/static/", "/static%2Fx", "/..%5Ctest.ini"):
+        expect_error(server, path, 404, "--path-as-is")
+    # An error behind a HEAD has its page.
+    with server.connect() as s:
+        s.sendall(b"HEAD /static HTTP/1.1\r\nHost: a\r\n\r\nx\r\n")
+        head, _, rest = read_all(s).partition(b"\r\n\r\n")
+    assert head.startswith(b"HTTP/1.1 200 "), head
+    expect([a[0] for a in split_answers(rest)], [400], "the second answer")
 
 
 def whatever_comes_is_answered_or_refused(server):
@@ -308,6 +348,17 @@ def changed_scripts_are_compiled_again(server):
     expect(server.curl("/missing")[2], "there", "a file that comes later")
 
 
+def scripts_may_go_and_come(server):
+    script = server.site / "changing.xpp"
+    sound = script.read_text()
+    script.unlink()
+    expect_error(server, "/changing", 500)
+    expect_error(server, "/changing", 500)
+    expect(server.log().count("changing.xpp:0: file system error (file system error)"), 1, "one line for one change")
+    script.write_text(sound)
+    expect(server.curl("/changing")[2], "mended", "there again")
+
+
 def connections_are_kept(server):
     count = "%{num_connects} "
     gets = [word for p in ("/", "/nowhere", "/failing?0", "/static") for word in ("-o", os.devnull, server.url + p)]
@@ -332,6 +383,14 @@ def requests_are_pipelined(server):
     expect([a[2] for a in answers[:500]], ["POST /echo %d abc" % i for i in range(500)], "pipelined bodies")
     expect([a[0] for a in answers[500:]], [405], "the one behind")
     assert data[cut:].startswith(b"HTTP/1.1 200 ") and data.endswith(b"Connection: close\r\n\r\n"), data[cut:]
+    # As many at once as nobody sends, while their answers wait to be read.
+    many = 10000
+    with server.connect() as s:
+        sender = threading.Thread(target=s.sendall, args=((b"GET /nowhere HTTP/1.1\r\nHost: a\r\n\r\n" * many) + last,))
+        sender.start()
+        data = read_all(s)
+        sender.join()
+    expect(data.count(b"HTTP/1.1 404 Not Found\r\n"), many, "answers")
     # One byte at a time is as good.
     with server.connect() as s:
         s.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
@@ -362,6 +421,7 @@ def the_shell_answers(server):
     assert lines[11].startswith("connections"), got
     expect(server.admin("quit", "status"), "ok\n", "quit")
     assert server.admin("x" * 600).count("ok") == 0
+    (server.site / "messages.xml").unlink() # both languages were read at the start
     expect(server.admin("language chinese"), "ok\n", "language")
     expect_error(server, "/failing?0", 500)
     server.await_log("failing.xpp:3：")
@@ -519,8 +579,9 @@ def requests(args):
     the_program_is_small(args)
     with Server(args, "requests") as server:
         for case in (pages_are_made, bodies_arrive, what_is_wrong_has_a_status, broken_heads_are_refused,
-                     whatever_comes_is_answered_or_refused,
-                     script_errors_stay_in_the_log, changed_scripts_are_compiled_again, connections_are_kept,
+                     hostile_heads_get_what_they_deserve, whatever_comes_is_answered_or_refused,
+                     script_errors_stay_in_the_log, changed_scripts_are_compiled_again, scripts_may_go_and_come,
+                     connections_are_kept,
                      requests_are_pipelined, peers_that_do_not_read_get_what_they_asked, the_shell_answers,
                      open_requests_are_finished, lines_go_to_all_sinks):
             began = time.monotonic()
@@ -536,10 +597,23 @@ def requests(args):
     if not args.emulator:
         print("ctrl_c_stops", flush=True)
         with Server(args, "ctrl_c", language="chinese") as server:
-            server.process.send_signal(signal.SIGINT)
+            with server.connect() as half:
+                half.sendall(b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 4\r\n\r\nab")
+                wait_until("the connection", lambda: server.admin("status").startswith("connections 2\n"))
+                server.process.send_signal(signal.SIGINT)
+                server.await_log("因 Ctrl-C 而停止，还有 1 个连接")
+                half.sendall(b"cd")
+                expect(split_answers(read_all(half))[0][2], "POST /echo  abcd", "the open request")
             server.expect_end()
-            server.await_log("因 Ctrl-C 而停止，还有 0 个连接")
-            server.await_log("已停止，共处理 0 个请求")
+            server.await_log("已停止，共处理 1 个请求")
+        print("a_second_ctrl_c_does_not_wait", flush=True)
+        with Server(args, "ctrl_c_twice") as server, server.connect() as half:
+            half.sendall(b"GET /")
+            wait_until("the connection", lambda: server.admin("status").startswith("connections 2\n"))
+            server.process.send_signal(signal.SIGINT)
+            server.await_log("stopping for Ctrl-C")
+            server.process.send_signal(signal.SIGINT)
+            expect(server.process.wait(PATIENCE), -signal.SIGINT, "status")
 
 
 # ---- load and browser
