@@ -251,14 +251,24 @@ TEST(Socket, receives_exactly_n_bytes_or_says_why_not)
     slow.join();
 }
 
+/// What `send` gives when the system takes nothing more: it may still be making room,
+/// by handing to the other end what that does not read.
+template <class operation> int at_the_end_of_room(operation send)
+{
+    int result = send();
+    for (int i = 0; i < 1000 && result > 0; ++i)
+        result = send();
+    return result;
+}
+
 TEST(Socket, counts_all_bytes_as_sent_after_one_send)
 {
     socket_pair p;
     p.here.set_async(true);
     const std::vector<char> much(16 << 20);
     EXPECT_EQ(16 << 20, p.here.send_n(much.data(), 16 << 20)) << "the system took less";
-    EXPECT_EQ(err::send, p.here.send_n(much.data(), 16 << 20)) << "now it takes nothing";
-    EXPECT_EQ(err::send, p.here.send(much.data(), 1 << 20));
+    EXPECT_EQ(err::send, at_the_end_of_room([&] { return p.here.send_n(much.data(), 16 << 20); }));
+    EXPECT_EQ(err::send, at_the_end_of_room([&] { return p.here.send(much.data(), 1 << 20); }));
 }
 
 TEST(Socket, to_a_closed_peer_fails_without_a_signal)
