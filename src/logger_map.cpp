@@ -112,8 +112,6 @@ try {
     return found ? &found->replacement : nullptr;
 } catch (const xcpt&) {
     return nullptr;
-} catch (const std::bad_alloc&) {
-    return nullptr;
 }
 
 int log_map::make(log_map*& map, const xml_node* root)

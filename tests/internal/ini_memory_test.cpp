@@ -74,6 +74,26 @@ TEST(ini_memory, reading_fails_with_a_code_and_keeps_what_was_read)
     EXPECT_GT(runs, 15);
 }
 
+TEST(ini_memory, sections_without_keys_fail_with_a_code)
+{
+    string text;
+    for (int i = 0; i < 300; ++i)
+        text += "[section with a long name, number " + std::to_string(i) + "]\n";
+    text += "[" + string(100000, 's') + "]\n";
+    int runs = 0;
+    for (allocation_failure failure; failure.next(); ++runs) {
+        ini_reader in;
+        ASSERT_EQ(0, in.load_string(text.c_str(), nullptr, false));
+        ini_doc doc;
+        failure.arm();
+        const int r = doc.read(in);
+        failure.disarm();
+        EXPECT_EQ(failure.happened() ? no_memory : 0, r) << failure.nth();
+        EXPECT_EQ(!failure.happened(), doc.get_sections().size() == 301) << failure.nth();
+    }
+    EXPECT_GT(runs, 3);
+}
+
 TEST(ini_memory, a_failed_change_of_a_list_changes_nothing)
 {
     // Made before memory runs out: a text without memory is the caller's matter.
