@@ -1,7 +1,7 @@
 // A table of next states that several objects may share.
 //
-// The count of sharers stands before the first entry, so that the object itself
-// stays two sizes and a pointer.
+// What the sharers have in common, their number first of all, stands before the first
+// entry, so that the object itself stays two sizes and a pointer.
 #include <stdkro/rdfa.h>
 
 #include "bug.h"
@@ -12,12 +12,6 @@
 #include <cstdlib>
 
 namespace {
-
-struct table_head {
-    unsigned sharers;
-};
-
-table_head* head_of(short* table) { return reinterpret_cast<table_head*>(table) - 1; }
 
 unsigned entries_of(short rows, short cols) { return static_cast<unsigned>(rows) * static_cast<unsigned>(cols); }
 
@@ -31,10 +25,16 @@ dfa::dfa(const dfa& other) : dfa() { copy(other); }
 // this way without paying for a copy.
 dfa& dfa::operator=(const dfa& other)
 {
+    share(other);
+    unlink(); // linked rows know the rules, which do not come along
+    return *this;
+}
+
+void dfa::share(const dfa& other)
+{
     if (other.table_)
         ++head_of(other.table_)->sharers;
     adopt(other.table_, other.rows_, other.cols_);
-    return *this;
 }
 
 void dfa::clear() { adopt(nullptr, 0, 0); }
@@ -80,6 +80,7 @@ short* dfa::resize_table(short* table, unsigned entries)
     if (!memory)
         throw xcpt(err::out_of_memory, "dfa");
     auto* head = static_cast<table_head*>(memory);
+    head->linked = 0;
     head->sharers = 1;
     return reinterpret_cast<short*>(head + 1);
 }

@@ -317,6 +317,7 @@ int rdfa_maker::ntod(rdfa& out, const rnfa& nfa)
         if (!construction(*this, nfa).run())
             return err::little_of_resource;
         distill_dfa(out);
+        out.link_rows();
         return err::ok;
     });
 }

@@ -369,6 +369,133 @@ TEST(rdfa, a_text_of_any_length_is_walked_as_its_table_says)
     EXPECT_LT(ends, 1000u);
 }
 
+namespace {
+
+/// What a walk by `get_state` and `get_accept` gives.
+int walked(const rdfa& automaton, const std::string& text)
+{
+    short state = 0;
+    for (const char c : text) {
+        state = automaton.get_state(state, static_cast<unsigned char>(c));
+        if (state < 0)
+            return failed;
+    }
+    return automaton.get_accept(state);
+}
+
+/// Texts of `letters`, so many of each length up to 40.
+std::vector<std::string> texts_of(const std::string& letters, unsigned of_each)
+{
+    std::mt19937 random(20260131);
+    std::vector<std::string> texts;
+    for (unsigned i = 0; i < 41 * of_each; ++i) {
+        std::string text;
+        for (unsigned n = i % 41; n > 0; --n)
+            text += letters[random() % letters.size()];
+        texts.push_back(text);
+    }
+    return texts;
+}
+
+} // namespace
+
+TEST(rdfa, small_and_large_automata_match_texts_of_any_length)
+{
+    // As many rows as links are made for, and one more: a chain of letters has one row more.
+    const std::string row_48 = std::string(47, 'a');
+    const std::string row_49 = std::string(48, 'a');
+    const std::vector<rdfa> automata = {
+        built({ "[ab]*c", "(a|b)*a(a|b)(a|b)", "b+", "\\0*" }),
+        built({ "(a|b)*a(a|b)(a|b)(a|b)(a|b)(a|b)" }), // 65 rows
+        built({ row_48.c_str(), "a*b", "~[a]*" }),
+        built({ "a*b" }),
+        built({ row_48.c_str() }),
+        built({ row_49.c_str() }),
+        built({ "" }),
+        built({ "[]" }),
+    };
+    unsigned matches = 0;
+    for (const rdfa& automaton : automata) {
+        for (const char* letters : { "a", "ab", "aab", "abcd", "b\xFF" }) {
+            for (const std::string& bytes : texts_of(letters, 20)) {
+                const guarded_text text(bytes); // and not a byte further
+                const int rule = walked(automaton, bytes);
+                matches += rule > 0;
+                ASSERT_EQ(rule, automaton.match(text.begin(), text.end()))
+                    << automaton.num_row() << " " << bytes;
+            }
+        }
+        const std::string zeros(40, '\0');
+        for (const std::size_t n : { 0, 1, 3, 4, 5, 8, 9, 40 })
+            ASSERT_EQ(walked(automaton, zeros.substr(0, n)), automaton.match(zeros.data(), zeros.data() + n)) << n;
+    }
+    EXPECT_GT(matches, 1000u);
+}
+
+TEST(rdfa, a_change_of_table_or_rules_shows_in_the_next_match)
+{
+    static const struct {
+        const char* by;
+        void (*change)(rdfa&);
+        int becomes;
+    } rows[] = {
+        { "set_state", [](rdfa& a) { a.set_state(0, 'a', 2); }, failed },
+        { "a row", [](rdfa& a) { a.get_row(3)['d'] = 1; }, -1 },
+        { "the table", [](rdfa& a) { a.get_table()[3 * 256 + 'd'] = 0; }, -1 },
+        { "an entry that is no row", [](rdfa& a) { a.get_row(3)['d'] = 32767; }, failed },
+        { "a negative entry", [](rdfa& a) { a.get_row(3)['d'] = -300; }, failed },
+        { "a smaller rule", [](rdfa& a) { a.set_accept(4, 0); }, 0 },
+        { "no rule", [](rdfa& a) { a.set_accept(4, -1); }, -1 },
+        { "a copy", [](rdfa& a) { static_cast<dfa&>(a).copy(built({ "abce" })); }, failed },
+        { "the table alone",
+          [](rdfa& a) {
+              static_cast<dfa&>(a) = built({ "x", "abcd" });
+          },
+          -1 },
+        { "clear", [](rdfa& a) { a.clear(); }, failed },
+        { "a new table", [](rdfa& a) { a.create(2, 256, 1); }, -1 },
+        { "merged columns", [](rdfa& a) { a.merge_col(); }, failed },
+    };
+    for (const auto& row : rows) {
+        rdfa automaton = built({ "abcd" });
+        rdfa copy(automaton);
+        ASSERT_EQ(1, automaton.match("abcd"));
+        row.change(automaton);
+        EXPECT_EQ(row.becomes, automaton.match("abcd")) << row.by;
+        EXPECT_EQ(1, copy.match("abcd")) << row.by;
+        row.change(copy);
+        EXPECT_EQ(row.becomes, copy.match("abcd")) << row.by;
+    }
+}
+
+TEST(rdfa, a_pointer_into_the_table_may_be_written_to_later)
+{
+    rdfa automaton = built({ "abcd" });
+    short* const row = automaton.get_row(3);
+    EXPECT_EQ(1, automaton.match("abcd"));
+    row['d'] = 3;
+    EXPECT_EQ(-1, automaton.match("abcd"));
+    row['d'] = 4;
+    EXPECT_EQ(1, automaton.match("abcd"));
+    // Who shares the table sees the change, but keeps rules of its own.
+    rdfa sharer;
+    sharer = built({ "abcd" });
+    rdfa other;
+    other = sharer;
+    EXPECT_EQ(1, other.match("abcd"));
+    sharer.set_accept(4, 0);
+    EXPECT_EQ(0, sharer.match("abcd"));
+    EXPECT_EQ(1, other.match("abcd"));
+    sharer.set_state(0, 'a', -1);
+    EXPECT_EQ(failed, other.match("abcd"));
+    // A table that comes alone brings no rules; whoever has rules keeps them.
+    rdfa bare;
+    const rdfa full = built({ "abcd" });
+    static_cast<dfa&>(bare) = full;
+    EXPECT_EQ(-1, bare.match("abcd"));
+    EXPECT_EQ(1, full.match("abcd"));
+}
+
 TEST(rdfa, without_rows_nothing_matches)
 {
     EXPECT_EQ(failed, rdfa().match(""));

@@ -246,7 +246,7 @@ def dedent(block):
 
 def tidy(head):
     head = re.sub(r"//[^\n]*", "", head)
-    head = re.sub(r"\bKRO_API\s+|\s*\bKRO_PRINTF\([^)]*\)", "", head)
+    head = re.sub(r"\bKRO_(?:API|DIRECT_CALL)\s+|\s*\bKRO_PRINTF\([^)]*\)", "", head)
     head = re.sub(r"\s+", " ", head).strip()
     return re.sub(r"\b(virtual|inline) (?=.*\b(override|inline)\b)", "", head)
 

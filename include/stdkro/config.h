@@ -18,6 +18,14 @@
 #define KRO_API __attribute__((visibility("default")))
 #endif
 
+/// For functions so short that it counts how they are called: not by way of a jump in
+/// the caller's linkage table.
+#if defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
+#define KRO_DIRECT_CALL __attribute__((noplt))
+#else
+#define KRO_DIRECT_CALL
+#endif
+
 /// Lets the compiler compare a printf-style format with its arguments.
 /// `text` and `first` are 1-based argument positions; members count `this`.
 #if defined(__GNUC__)

@@ -36,11 +36,15 @@ public:
     short num_row() const { return rows_; }
     short num_col() const { return cols_; }
     short get_state(short row, short col) const { return get_row(row)[col]; }
-    void set_state(short row, short col, short value) { table_[row * cols_ + col] = value; }
+    void set_state(short row, short col, short value) { get_row(row)[col] = value; }
     const short* get_row(short row) const { return table_ + row * cols_; }
-    short* get_row(short row) { return table_ + row * cols_; }
+    short* get_row(short row) { return get_table() + row * cols_; }
     const short* get_table() const { return table_; }
-    short* get_table() { return table_; }
+    short* get_table()
+    {
+        unlink();
+        return table_;
+    }
 
 protected:
     /// Called at the end of every `create`, before a fill.
@@ -50,14 +54,29 @@ private:
     friend class rdfa;
     friend class rdfa_maker;
 
+    // Stands before the first entry of a table.
+    struct table_head {
+        const void* start[5]; // of linked rows, by how many bytes the text lacks; see rdfa::link_rows
+        unsigned linked;      // 0 too once the table or the rules may have changed
+        unsigned sharers;
+    };
+    static table_head* head_of(short* table) { return reinterpret_cast<table_head*>(table) - 1; }
+
     static short* new_table(unsigned entries);
     static short* resize_table(short* table, unsigned entries);
     static void release_table(short* table);
     void adopt(short* table, short rows, short cols);
+    void share(const dfa& other);
+    bool is_linked() const { return table_ && head_of(table_)->linked != 0; }
+    void unlink()
+    {
+        if (table_)
+            head_of(table_)->linked = 0;
+    }
 
     short rows_;
     short cols_;
-    short* table_; // a hidden count of sharers stands before it
+    short* table_;
 };
 
 /// A `dfa` that reads bytes and knows which rule each row accepts.
@@ -92,8 +111,12 @@ public:
     /// rule does; err::failed when a byte has no way on, or there are no rows.
     /// A byte is its own column here, so this is for tables that were not compressed.
     /// A null `end` stands for the terminating NUL, a null text for the empty one.
+    ///
+    /// Automata of up to 48 rows come from their maker with 256 pointers a row beside the
+    /// table, which makes short texts quick. These are out of use once table or rules may
+    /// change: by `set_state`, `set_accept`, or a row or table asked for without `const`.
     int match(const char* text) const;
-    int match(const char* begin, const char* end) const;
+    KRO_DIRECT_CALL int match(const char* begin, const char* end) const;
 
     /// Whether two columns are equal in every row.
     bool equ_ccl(short a, short b) const;
@@ -107,8 +130,12 @@ protected:
     void on_create() override;
 
 private:
+    friend class rdfa_maker;
+
+    void link_rows();
     int match_other(const char* begin, const char* end) const;
     int accepted_by(std::size_t state) const;
+    int run_linked(const char* p, const char* end) const;
     int run_short(const char* p, const char* end) const;
     int run_long(const char* p, const char* end) const;
     int run_narrow(const char* p, const char* end) const;
