@@ -38,6 +38,16 @@ public:
     /// Gives a descriptor, which must not be negative, a number.
     void set(int fd, int number) { slots_[slot_of(fd)] = { fd, number }; }
 
+    /// The same unless it has one; false then.
+    bool add(int fd, int number)
+    {
+        slot& place = slots_[slot_of(fd)];
+        if (place.fd == fd)
+            return false;
+        place = { fd, number };
+        return true;
+    }
+
     void erase(int fd)
     {
         unsigned hole = slot_of(fd);

@@ -147,9 +147,7 @@ int ready_list::add(int fd, const ep_record& record)
         return -1;
     records_[count_] = record;
     watches_[count_] = { fd, 0, 0 };
-    if (first_.find(fd) < 0) {
-        first_.set(fd, static_cast<int>(count_));
-    } else {
+    if (!first_.add(fd, static_cast<int>(count_))) {
         ++repeated_;
         leave_system();
     }
@@ -194,13 +192,8 @@ void ready_list::index_again()
 {
     first_.clear();
     repeated_ = 0;
-    for (unsigned i = 0; i < count_; ++i) {
-        const int fd = watches_[i].fd;
-        if (first_.find(fd) < 0)
-            first_.set(fd, static_cast<int>(i));
-        else
-            ++repeated_;
-    }
+    for (unsigned i = 0; i < count_; ++i)
+        repeated_ += !first_.add(watches_[i].fd, static_cast<int>(i));
 }
 
 // ---- waiting in the system's list --------------------------------------------------
