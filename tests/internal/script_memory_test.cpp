@@ -254,6 +254,48 @@ TEST(operand_stack, behaves_like_a_vector)
     }
 }
 
+TEST(operand_stack, tells_a_repetition_from_the_next_wherever_one_ends)
+{
+    for (int first = 480; first < 1100; ++first) {
+        xpp::operand_stack stack;
+        for (int i = 0; i < 10; ++i)
+            stack.push(base_var(i));
+        for (int i = 0; i < first; ++i)
+            stack.push(base_var(100));
+        for (int i = 0; i < 1000; ++i)
+            stack.push(base_var(200));
+        ASSERT_EQ(stack.count(stack.bottom(), nullptr), static_cast<unsigned>(1010 + first));
+        for (int i = 0; i < 1000; ++i)
+            ASSERT_EQ(200, stack.pop().get_int()) << first;
+        for (int i = 0; i < first; ++i)
+            ASSERT_EQ(100, stack.pop().get_int()) << first;
+        for (int i = 10; i-- > 0;)
+            ASSERT_EQ(i, stack.pop().get_int()) << first;
+        EXPECT_THROW(stack.pop(), xrterror);
+    }
+}
+
+TEST(operand_stack, of_a_procedure_ends_at_its_own_values_wherever_they_begin)
+{
+    for (int below = 500; below < 530; ++below) {
+        xpp::operand_stack stack;
+        for (int i = 0; i < below; ++i)
+            stack.push(base_var(i));
+        xpp::operand_mark here;
+        stack.enter(here);
+        for (int n : { 0, 1, 2, 600 }) {
+            for (int i = 0; i < n; ++i)
+                stack.push(base_var(-i));
+            for (int i = n; i-- > 0;)
+                ASSERT_EQ(-i, stack.pop().get_int()) << below;
+            EXPECT_THROW(stack.pop(), xrterror) << below;
+        }
+        stack.leave(here, stack.bottom());
+        for (int i = below; i-- > 0;)
+            ASSERT_EQ(i, stack.pop().get_int()) << below;
+    }
+}
+
 TEST(operand_stack, needs_little_memory_for_repeated_values)
 {
     base_var i;
