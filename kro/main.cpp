@@ -3,7 +3,6 @@
 #include "progress.h"
 #include "usage.h"
 
-
 #include <cstdio>
 #include <iostream>
 
@@ -38,8 +37,7 @@ int run_guarded(const command& c, const arguments& words)
     try {
         return run_shown(c, read_words(c, words));
     } catch (const usage_error& e) {
-        std::fprintf(stderr, "kro %s: %s\n", c.name, e.message.c_str());
-        print_usage(stderr, c);
+        print_message("kro %s: %s\n%s", c.name, e.message.c_str(), usage_of(c).c_str());
         return exit_usage;
     }
 }

@@ -120,20 +120,19 @@ std::string usage_of(const command& c, const command_form& form)
     return text;
 }
 
-void print_usage(std::FILE* to, const command& c)
+std::string usage_of(const command& c)
 {
-    const char* lead = "usage:";
+    std::string lines;
     for (const command_form& form : c.forms) {
         const std::string words = usage_of(c, form);
-        std::fprintf(to, "%s kro %s%s%s\n", lead, c.name, words.empty() ? "" : " ", words.c_str());
-        lead = "      ";
+        lines += std::string(lines.empty() ? "usage:" : "      ") + " kro " + c.name + (words.empty() ? "" : " ") + words + "\n";
     }
+    return lines;
 }
 
 void print_help(const command& c)
 {
-    print_usage(stdout, c);
-    std::printf("%s\n\noptions:\n", c.summary);
+    std::printf("%s%s\n\noptions:\n", usage_of(c).c_str(), c.summary);
     for (const command_option& o : c.options)
         print_option(with_value(both_spellings(o), o), o.help);
     const bool has_short_help = c.rule == word_rule::plain;

@@ -32,7 +32,7 @@ const command_option* find_option(const command& c, const std::string& spelling)
 /// The words behind the command's name: "FILE [-o OUT [--keep]] [-D NAME=VALUE]...".
 std::string usage_of(const command& c, const command_form& form);
 /// "usage: kro ...", a line for each form.
-void print_usage(std::FILE* to, const command& c);
+std::string usage_of(const command& c);
 /// The usage, what the command does, and its options.
 void print_help(const command& c);
 /// "usage: kro COMMAND", and a line for each command.

@@ -88,11 +88,12 @@ def take_until(patterns):
 
 
 def screen(text):
-    """The rows as they stand in the end: \r goes to the left, \n one down, \b one back."""
+    r"""The rows as they stand in the end: \r goes to the left, \n begins the next row, \b one back."""
     rows, at = [[]], 0
     for c in text:
         if c == "\n":
             rows.append([])
+            at = 0
         elif c == "\r":
             at = 0
         elif c == "\b":
@@ -310,7 +311,8 @@ SHOWN = [
     (["xml", "big.xml"], FullPipe, r"kro: printing, \d+ %, \d+ s", ""),
     (["messages", "lang.xml"], FullPipe, r"kro: checking lang\.xml, \d+ %, \d+ s", ""),
     (["debug", "big.xpp"], lambda folder: FullPipeAndInput(folder, b"continue\n"), r"kro: running big\.xpp, \d+ s", ""),
-    (["shell"], lambda folder: EmptyInput(folder, b"eval 1 + 2\n"), r"kro: shell, \d+ s", ""),
+    (["shell"], lambda folder: EmptyInput(folder, b"run --none\neval 1 + 2\n"), r"kro: shell, \d+ s",
+     r"kro run: no option '--none'\nusage: kro run [^\n]+\n"),
     (["shell"], lambda folder: FullPipeAndInput(folder, b"xml big.xml\n"), r"kro: printing, \d+ %, \d+ s", ""),
     (["log", "text", "-f"], lambda folder: Fifo(folder, os.O_RDONLY), r"kro: log, \d+ s", ""),
     (["logd", "-p", "0", "-n", "1"], lambda folder: Served(folder, socket.SOCK_DGRAM, b"a line"),
@@ -364,7 +366,7 @@ def check_every_command(kro, folder):
             yield "%s: the terminal shows %r" % (run.name(), terminal.text)
     for run, output in zip(silent, outputs):
         said = run.child.stderr
-        first = said.readline() if run.said else b""
+        first = said.readline() if run.said == LISTENING else b""
         text = run.finish(first)
         if run.hold.repeats_itself and text != output:
             yield "%s: the output is another one without a terminal" % run.name()
