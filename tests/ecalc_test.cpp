@@ -1,5 +1,6 @@
 // The evaluator: values, variables, functions, and what it throws.
 #include "naive_expression.h"
+#include "repeated.h"
 #include "value_text.h"
 
 #include <stdkro/ecalc.h>
@@ -639,14 +640,6 @@ TEST(ecalc, a_host_can_answer_names_and_calls_itself)
 }
 
 // ---- size -------------------------------------------------------------------------------
-
-std::string repeated(const char* text, unsigned times)
-{
-    std::string all;
-    for (unsigned i = 0; i < times; ++i)
-        all += text;
-    return all;
-}
 
 TEST(ecalc, long_chains_and_deep_nesting_end)
 {

@@ -1,6 +1,7 @@
 // The expression parser: what it reports, with which status it ends, and what it
 // leaves unread.
 #include "naive_expression.h"
+#include "repeated.h"
 #include "stack_use.h"
 #include "value_text.h"
 
@@ -399,14 +400,6 @@ TEST(elexer, a_copy_reads_on_from_the_same_place)
 }
 
 // ---- depth and length -------------------------------------------------------------
-
-std::string repeated(const char* text, unsigned times)
-{
-    std::string all;
-    for (unsigned i = 0; i < times; ++i)
-        all += text;
-    return all;
-}
 
 int status_of(const std::string& text)
 {

@@ -75,6 +75,18 @@ std::string entries(const dfa& table)
     return text;
 }
 
+/// So many states in a row, each leading to the next by "a".
+rnfa chain_of(short states)
+{
+    rnfa chain;
+    for (short i = 0; i < states; ++i)
+        chain.alloc_state();
+    chain.set_start(0);
+    for (short i = 1; i < states; ++i)
+        chain.connect(static_cast<short>(i - 1), i, 'a');
+    return chain;
+}
+
 /// Opens what a maker keeps to itself.
 class open_maker : public rdfa_maker {
 public:
@@ -688,25 +700,14 @@ TEST(rdfa_maker, stops_at_32767_states)
         }
     }
     // A chain of exactly so many states, and of one more.
-    rnfa chain;
-    for (int i = 0; i < 32767; ++i)
-        chain.alloc_state();
-    chain.set_start(0);
-    for (short i = 0; i < 32766; ++i)
-        chain.connect(i, static_cast<short>(i + 1), 'a');
     rdfa automaton;
     rdfa_maker maker;
-    EXPECT_EQ(0, maker.ntod(automaton, chain));
+    EXPECT_EQ(0, maker.ntod(automaton, chain_of(32767)));
     EXPECT_EQ(32767, automaton.num_row());
     EXPECT_EQ(-1, automaton.match(std::string(32766, 'a').c_str()));
     EXPECT_EQ(failed, automaton.match(std::string(32767, 'a').c_str()));
     // Its end leads to two states of the begin at once, and these pairs are too many.
-    rnfa ring;
-    for (int i = 0; i < 32765; ++i)
-        ring.alloc_state();
-    ring.set_start(0);
-    for (short i = 0; i < 32764; ++i)
-        ring.connect(i, static_cast<short>(i + 1), 'a');
+    rnfa ring = chain_of(32765);
     ring.connect(32764, 0, 'b');
     ring.connect(32764, 1, 'b');
     EXPECT_EQ(static_cast<int>(0x80010003), maker.ntod(automaton, ring));

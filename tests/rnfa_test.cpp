@@ -2,6 +2,8 @@
 #include <stdkro/rnfa.h>
 #include <stdkro/xcpt.h>
 
+#include "repeated.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -74,14 +76,6 @@ template <class action_t> int thrown_by(action_t action)
         return e.get_err();
     }
     return 0;
-}
-
-std::string repeated(const char* text, unsigned n)
-{
-    std::string all;
-    while (n-- > 0)
-        all += text;
-    return all;
 }
 
 } // namespace

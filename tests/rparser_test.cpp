@@ -2,6 +2,7 @@
 #include <stdkro/rnfa.h>
 #include <stdkro/xcpt.h>
 
+#include "repeated.h"
 #include "stack_use.h"
 #include "virtual_slot.h"
 
@@ -129,14 +130,6 @@ public:
     using rparser::fallback;
     using rparser::get_next;
 };
-
-std::string repeated(const char* text, unsigned n)
-{
-    std::string all;
-    while (n-- > 0)
-        all += text;
-    return all;
-}
 
 } // namespace
 
