@@ -330,6 +330,38 @@ TEST(without_memory, nothing_is_made_and_nothing_left)
     }
 }
 
+TEST(without_memory, for_a_handle_nothing_is_held)
+{
+    // Places of handles are used again: as many are held as were ever given back.
+    sharemem memories[8];
+    sync_sem semaphores[8];
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_EQ(memories[i].create("", 100, sharemem::page_readwrite), 0);
+        ASSERT_TRUE(semaphores[i].create(1, 1));
+    }
+    const int before = open_descriptors();
+    for (allocation_failure failure; failure.next();) {
+        sharemem m;
+        failure.arm();
+        const int r = m.create(name, 100, sharemem::page_readwrite);
+        failure.disarm();
+        EXPECT_EQ(r, failure.happened() ? err::file_system : 0) << failure.nth();
+        m.close();
+        EXPECT_EQ(open_descriptors(), before) << failure.nth();
+        EXPECT_FALSE(is_held()) << failure.nth();
+    }
+    for (allocation_failure failure; failure.next();) {
+        sync_sem s;
+        failure.arm();
+        const bool made = s.create(name, 1, 1);
+        failure.disarm();
+        EXPECT_EQ(made, !failure.happened()) << failure.nth();
+        s.close();
+        EXPECT_EQ(open_descriptors(), before) << failure.nth();
+        EXPECT_FALSE(is_held()) << failure.nth();
+    }
+}
+
 TEST(without_memory, names_are_given_back)
 {
     sharemem m;

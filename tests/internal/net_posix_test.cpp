@@ -482,6 +482,21 @@ TEST(a_limit, of_any_length_is_kept)
     }
 }
 
+TEST(a_hang_up, does_not_end_a_wait_for_something_else)
+{
+    socket_pair p;
+    socket_pair q;
+    p.there.close();
+    EXPECT_EQ(0, p.here.select(1, nullptr));
+    p.here.shutdown(1);
+    sock_fd_set exceptional = { 2, { p.here.get_socket(), q.here.get_socket() } };
+    const timeval limit = { 0, 200000 };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(err::timeout, Socket::select(nullptr, nullptr, &exceptional, &limit));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(190));
+    EXPECT_EQ(0u, exceptional.fd_count);
+}
+
 TEST(host_names, that_do_not_fit_or_exist_are_refused)
 {
     char name[256];
