@@ -26,6 +26,7 @@ struct client : fdbase {
     int events = EV_READ;
     int read_result = 0;
     int write_result = 0;
+    int error_result = 0;
     std::function<void()> on_read;
 
     client(const char* n, Socket& s) : name(n), socket(s) {}
@@ -50,7 +51,7 @@ struct client : fdbase {
     int do_error() override
     {
         calls += name + ":error ";
-        return 0;
+        return error_result;
     }
 };
 
@@ -758,6 +759,18 @@ TEST(epoller, runs_its_exec_object_behind_every_served_object)
     b.read_result = 0;
     b.write_result = -1;
     EXPECT_EQ("2: a:write exec b:read b:write ", served(loop, nullptr));
+}
+
+TEST(epoller, runs_its_exec_object_not_behind_an_exceptional_condition_that_failed)
+{
+    one_client<epoller> of(EV_ERROR);
+    noting_hook hook;
+    of.loop.set_exec_object(&hook);
+    ASSERT_EQ(1, ::send(static_cast<int>(of.p.there.get_socket()), "!", 1, MSG_OOB));
+    EXPECT_EQ(0, of.p.here.select(8, nullptr));
+    EXPECT_EQ("1: a:error exec ", served(of.loop, nullptr));
+    of.a.error_result = -1;
+    EXPECT_EQ("1: a:error ", served(of.loop, nullptr));
 }
 
 TEST(epoller, exists_ten_times_at_most)
