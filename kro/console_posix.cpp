@@ -9,7 +9,7 @@ bool is_shown_error() { return isatty(STDERR_FILENO) == 1; }
 
 unsigned shown_columns()
 {
-    const pid_t owner = tcgetpgrp(STDERR_FILENO); // -1 for a terminal that does not control this session
+    const pid_t owner = tcgetpgrp(STDERR_FILENO); // -1 where the terminal is not the one that controls us
     if (owner >= 0 && owner != getpgrp())
         return 0;
     winsize size = {};
