@@ -12,6 +12,7 @@
 #include "attribute_index.h"
 #include "bug.h"
 #include "number_text.h"
+#include "thread_object.h"
 
 #include <charconv>
 #include <cctype>
@@ -37,7 +38,7 @@ bool is_copied(const share_str& made, const char* from) { return !made.isempty()
 attribute& stray_pair(int line)
 {
     report_bug("src/attribute", line);
-    static thread_local attribute stray;
+    attribute& stray = thread_object<attribute>();
     stray = attribute();
     return stray;
 }

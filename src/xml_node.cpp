@@ -10,6 +10,7 @@
 #include <stdkro/xcpt.h>
 
 #include "bug.h"
+#include "thread_object.h"
 #include "xml_node_memory.h"
 
 namespace {
@@ -31,7 +32,7 @@ bool copy_attributes(attributes& to, const attributes& from)
 xml_node& stray_xml_node(const char* module, int line)
 {
     report_bug(module, line);
-    static thread_local xml_node stray;
+    xml_node& stray = thread_object<xml_node>();
     stray.clear();
     stray = xml_node();
     return stray;

@@ -11,7 +11,7 @@ import sys
 # The layers, top first. A family is what a public header or a source stands for:
 # the longest family name that its file name begins with.
 LAYERS = [
-    ["config", "platform_types", "platform", "handle_filter", "bug", "gbk_texts", "xcpt",
+    ["config", "platform_types", "platform", "handle_filter", "thread_object", "bug", "gbk_texts", "xcpt",
      "text", "calendar", "version_text", "time_limit", "no_bad_alloc", "command_words", "handle_table",
      "memory_status"],
     ["share_str", "fixed_str", "dynamic_str", "static_str", "string_str", "str", "number_text", "cycque", "hmap", "dlist"],
