@@ -215,28 +215,26 @@ TEST(door, a_thread_can_be_killed_before_it_began)
     }
 }
 
+// It is not to look at itself: where thread-local memory is emulated, as on 32-bit Windows,
+// the runtime frees the object before it calls the destructor.
+std::atomic<int> ends { 0 };
 struct counts_its_end {
-    std::atomic<int>* ends = nullptr;
-    ~counts_its_end()
-    {
-        if (ends)
-            ++*ends;
-    }
+    void touch() {}
+    ~counts_its_end() { ++ends; }
 };
 thread_local counts_its_end at_thread_end;
 
 TEST(door, a_wait_sees_thread_local_objects_destroyed)
 {
     for (void (*leave)() : { +[] {}, +[] { sys_thread_exit(3); } }) {
-        struct shared { std::atomic<int> ends { 0 }; void (*leave)(); } s;
-        s.leave = leave;
+        ends = 0;
         for (int i = 1; i <= 20; ++i) {
             running t([](void* argument) {
-                at_thread_end.ends = &static_cast<shared*>(argument)->ends;
-                static_cast<shared*>(argument)->leave();
-            }, &s);
+                at_thread_end.touch();
+                (*static_cast<void (**)()>(argument))();
+            }, &leave);
             EXPECT_EQ(sys_thread_wait(t.handle, sys_no_limit), sys_wait_done);
-            EXPECT_EQ(s.ends, i);
+            EXPECT_EQ(ends, i);
         }
     }
 }
