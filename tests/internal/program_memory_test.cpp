@@ -22,8 +22,8 @@ std::string content(const std::string& path)
 
 TEST(without_memory, a_script_is_not_made_and_can_be_made_later)
 {
-    const std::string path = testing::TempDir() + "stdkro_program_memory_test.xpp";
-    const std::string made = testing::TempDir() + "stdkro_program_memory_test.txt";
+    const std::string path = "program_memory_test.xpp";
+    const std::string made = "program_memory_test.txt";
     std::ofstream(path, std::ios::binary) << "$[for (i = 0; i < 3; i += 1)]$[@i],$[end]";
     for (const bool keep_existing : { false, true }) {
         for (allocation_failure failure; failure.next();) {
