@@ -101,6 +101,9 @@ TEST(door, a_semaphore_counts_up_to_its_maximum)
 
 TEST(door, a_closed_semaphore_fails)
 {
+    // The first failure lets the runtime open handles for this thread: later it could take the
+    // closed one.
+    EXPECT_EQ(sys_semaphore_wait(nullptr, 0), sys_wait_failed);
     void* s = sys_semaphore_open("", 1, 1);
     ASSERT_NE(s, nullptr);
     sys_semaphore_close(s);
@@ -108,7 +111,6 @@ TEST(door, a_closed_semaphore_fails)
     sys_semaphore_close(nullptr);
     EXPECT_EQ(sys_semaphore_wait(s, 0), sys_wait_failed);
     EXPECT_EQ(sys_semaphore_post(s), -1);
-    EXPECT_EQ(sys_semaphore_wait(nullptr, 0), sys_wait_failed);
 }
 
 TEST(door, who_waits_for_a_closed_semaphore_is_left_alone)
