@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -18,39 +18,6 @@ constexpr std::size_t short_text = 32;
 constexpr unsigned most_linked_rows = 48;
 
 unsigned char as_byte(char c) { return static_cast<unsigned char>(c); }
-
-/// More than that of any text when only `end` is null.
-std::size_t length_of(const char* begin, const char* end)
-{
-    return reinterpret_cast<std::uintptr_t>(end) - reinterpret_cast<std::uintptr_t>(begin);
-}
-
-/// A linked row: by byte, the next row; behind these what a text gives that ends here.
-using linked_row = const void* const*;
-constexpr unsigned rule_place = byte_columns;
-constexpr unsigned linked_row_size = byte_columns + 1;
-
-const void* as_link(int rule) { return reinterpret_cast<const void*>(static_cast<std::intptr_t>(rule)); }
-int rule_of(linked_row row) { return static_cast<int>(reinterpret_cast<std::intptr_t>(row[rule_place])); }
-
-linked_row step(linked_row row, unsigned byte) { return static_cast<linked_row>(row[byte]); }
-linked_row step_4(linked_row row, std::uint32_t bytes)
-{
-    return step(step(step(step(row, bytes & 255), bytes >> 8 & 255), bytes >> 16 & 255), bytes >> 24);
-}
-linked_row step_4(linked_row row, const char* p)
-{
-    return step(step(step(step(row, as_byte(p[0])), as_byte(p[1])), as_byte(p[2])), as_byte(p[3]));
-}
-
-/// So many zeros, at most 4, and of the bytes at `p` as many as complete 4.
-std::uint32_t bytes_behind(std::size_t zeros, const char* p)
-{
-    const std::uint64_t bytes = static_cast<std::uint32_t>(as_byte(p[0]))
-        | static_cast<std::uint32_t>(as_byte(p[1])) << 8 | static_cast<std::uint32_t>(as_byte(p[2])) << 16
-        | static_cast<std::uint32_t>(as_byte(p[3])) << 24;
-    return static_cast<std::uint32_t>(bytes << 8 * zeros);
-}
 
 /// One step after the other through a table of 256 columns.
 ///
@@ -147,45 +114,37 @@ void rdfa::link_rows()
     const unsigned entries = rows * byte_columns;
     if (rows == 0 || rows > most_linked_rows)
         return;
-    constexpr unsigned entries_per_link = sizeof(void*) / sizeof(short);
-    table_ = resize_table(table_, entries + (rows + 1) * linked_row_size * entries_per_link);
-    const auto nowhere = reinterpret_cast<const void**>(table_ + entries);
-    const auto first = nowhere + linked_row_size; // behind nowhere, which is number -1
-    std::fill_n(nowhere, rule_place, nowhere);
-    nowhere[rule_place] = as_link(err::failed);
+    table_ = resize_table(table_, entries + (rows + 1) * static_cast<unsigned>(sizeof(linked_row) / sizeof *table_));
+    const auto nowhere = reinterpret_cast<linked_row*>(table_ + entries);
+    const auto first = nowhere + 1; // behind nowhere, which is number -1
+    std::fill(std::begin(nowhere->next), std::end(nowhere->next), nowhere);
+    std::fill(std::begin(nowhere->rule), std::end(nowhere->rule), err::failed);
     const short* number = table_;
-    for (unsigned r = 0; r < rows; ++r) {
-        const void** const row = first + r * linked_row_size;
-        for (unsigned byte = 0; byte < rule_place; ++byte)
-            row[byte] = first + *number++ * static_cast<int>(linked_row_size);
-        row[rule_place] = as_link(accepts_[r]);
+    for (linked_row* row = first; row != first + rows; ++row) {
+        for (unsigned byte = 0; byte < byte_columns; ++byte, ++number) {
+            row->next[byte] = first + *number;
+            row->rule[byte] = *number < 0 ? err::failed : accepts_[static_cast<unsigned short>(*number)];
+        }
     }
     table_head& head = *head_of(table_);
     head.start[0] = first;
-    for (unsigned i = 1; i < sizeof head.start / sizeof *head.start; ++i)
-        head.start[i] = &head.start[i - 1];
-    head.linked = 1;
+    for (auto at = std::begin(head.start) + 1; at != std::end(head.start); ++at)
+        *at = reinterpret_cast<const linked_row*>(at - 1);
+    head.linked = std::size(head.start);
 }
 
 int rdfa::match(const char* text) const { return match(text, text ? text + std::strlen(text) : nullptr); }
 
-// The usual token, of 4 to 8 bytes, takes 8 steps through linked rows whatever its length is:
-// lengths cannot be foreseen, and a wrong guess of the processor would cost more than all
-// the steps. And as a call costs much beside such a walk, short texts do without one, and
-// without saving a register.
-int rdfa::match(const char* begin, const char* end) const
+// As a call costs much beside the walk of a short text, there is no second one, and no
+// register is saved.
+int rdfa::match_short(const char* begin, const char* end) const
 {
-    const std::size_t length = length_of(begin, end);
-    if (__builtin_expect(is_linked(), true)) {
-        const std::size_t missing = 8 - length;
-        if (__builtin_expect(missing <= 4, true)) {
-            const auto start = static_cast<linked_row>(head_of(table_)->start[missing]);
-            return rule_of(step_4(step_4(start, bytes_behind(missing, begin)), end - 4));
-        }
-        if (length <= short_text)
+    if (length_of(begin, end) <= short_text) {
+        if (is_linked())
             return run_linked(begin, end);
-    } else if (__builtin_expect(length <= short_text && num_col() == byte_columns, true))
-        return run_short(begin, end);
+        if (num_col() == byte_columns)
+            return run_short(begin, end);
+    }
     return match_other(begin, end);
 }
 
@@ -198,22 +157,25 @@ int rdfa::match(const char* begin, const char* end) const
 
 inline int rdfa::accepted_by(std::size_t state) const { return state < accepts_.size() ? accepts_[state] : -1; }
 
-[[gnu::noinline]] int rdfa::run_linked(const char* p, const char* end) const
+/// For texts of up to 3 bytes, and of more than 8.
+inline int rdfa::run_linked(const char* p, const char* end) const
 {
-    const void* const(&start)[5] = head_of(table_)->start;
+    const table_head& head = *head_of(table_);
     std::size_t left = length_of(p, end);
-    auto row = static_cast<linked_row>(start[0]);
+    if (left == 0)
+        return accepted_by(0);
     if (left < 4) {
-        for (; left != 0; --left)
-            row = step(row, as_byte(*p++));
-        return rule_of(row);
+        const linked_row* row = head.start[0];
+        for (; left != 1; --left)
+            row = row->next[as_byte(*p++)];
+        return row->rule[as_byte(*p)];
     }
     const std::size_t missing = (0 - left) % 4;
-    row = step_4(static_cast<linked_row>(start[missing]), bytes_behind(missing, p));
+    const linked_row* row = head.start[missing]->step_4(bytes_behind(missing, p));
     p += 4 - missing;
-    for (left -= 4 - missing; left != 0; left -= 4, p += 4)
-        row = step_4(row, p);
-    return rule_of(row);
+    for (; end - p > 4; p += 4)
+        row = row->step_4(bytes_at(p));
+    return row->last_4(bytes_at(p));
 }
 
 inline int rdfa::run_short(const char* p, const char* end) const

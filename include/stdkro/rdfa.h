@@ -6,6 +6,8 @@
 #include <stdkro/rnfa.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <vector>
 
 /// A table of 16-bit next states: a row for each state, a column for each input;
@@ -54,10 +56,23 @@ private:
     friend class rdfa;
     friend class rdfa_maker;
 
+    // By byte, the next row, and the rule of a text that ends behind the byte: so the last
+    // step of a walk needs no row. See rdfa::link_rows.
+    struct linked_row {
+        const linked_row* next[256];
+        int rule[256];
+
+        const linked_row* step_3(std::size_t bytes) const
+        {
+            return next[bytes & 255]->next[bytes >> 8 & 255]->next[bytes >> 16 & 255];
+        }
+        const linked_row* step_4(std::size_t bytes) const { return step_3(bytes)->next[bytes >> 24]; }
+        int last_4(std::size_t bytes) const { return step_3(bytes)->rule[bytes >> 24]; }
+    };
     // Stands before the first entry of a table.
     struct table_head {
-        const void* start[5]; // of linked rows, by how many bytes the text lacks; see rdfa::link_rows
-        unsigned linked;      // 0 too once the table or the rules may have changed
+        const linked_row* start[5]; // by how many bytes the text lacks
+        std::size_t linked;         // 5; 0 without links, and once the table or the rules may have changed
         unsigned sharers;
     };
     static table_head* head_of(short* table) { return reinterpret_cast<table_head*>(table) - 1; }
@@ -112,11 +127,11 @@ public:
     /// A byte is its own column here, so this is for tables that were not compressed.
     /// A null `end` stands for the terminating NUL, a null text for the empty one.
     ///
-    /// Automata of up to 48 rows come from their maker with 256 pointers a row beside the
-    /// table, which makes short texts quick. These are out of use once table or rules may
-    /// change: by `set_state`, `set_accept`, or a row or table asked for without `const`.
+    /// Automata of up to 48 rows come from their maker with 256 pointers and numbers a row
+    /// beside the table, which makes short texts quick. These are out of use once table or
+    /// rules may change: by `set_state`, `set_accept`, or a row or table asked for without `const`.
     int match(const char* text) const;
-    KRO_DIRECT_CALL int match(const char* begin, const char* end) const;
+    int match(const char* begin, const char* end) const;
 
     /// Whether two columns are equal in every row.
     bool equ_ccl(short a, short b) const;
@@ -132,7 +147,11 @@ protected:
 private:
     friend class rdfa_maker;
 
+    static std::size_t length_of(const char* begin, const char* end);
+    static std::uint32_t bytes_at(const char* p);
+    static std::uint32_t bytes_behind(std::size_t zeros, const char* p);
     void link_rows();
+    KRO_DIRECT_CALL int match_short(const char* begin, const char* end) const;
     int match_other(const char* begin, const char* end) const;
     int accepted_by(std::size_t state) const;
     int run_linked(const char* p, const char* end) const;
@@ -143,6 +162,40 @@ private:
     std::vector<short> accepts_;
     short ccl2ecs_[256];
 };
+
+// More than that of any text when only `end` is null.
+inline std::size_t rdfa::length_of(const char* begin, const char* end)
+{
+    return reinterpret_cast<std::uintptr_t>(end) - reinterpret_cast<std::uintptr_t>(begin);
+}
+
+// 4 bytes, the first one lowest.
+inline std::uint32_t rdfa::bytes_at(const char* p)
+{
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "elsewhere, turn them round here");
+    std::uint32_t bytes;
+    std::memcpy(&bytes, p, sizeof bytes);
+    return bytes;
+}
+
+// So many zeros, at most 4, and of the bytes at `p` as many as complete 4.
+inline std::uint32_t rdfa::bytes_behind(std::size_t zeros, const char* p)
+{
+    return static_cast<std::uint32_t>(static_cast<std::uint64_t>(bytes_at(p)) << 8 * zeros);
+}
+
+// The usual token, of 4 to 8 bytes, takes 8 steps through linked rows whatever its length is:
+// lengths cannot be foreseen, and a wrong guess of the processor would cost more than all
+// the steps. A call would cost as much as 4 of them, so the walk stands here.
+inline int rdfa::match(const char* begin, const char* end) const
+{
+    const std::size_t missing = 8 - length_of(begin, end);
+    if (__builtin_expect(table_ && missing < head_of(table_)->linked, true)) {
+        const linked_row* const start = head_of(table_)->start[missing];
+        return start->step_4(bytes_behind(missing, begin))->last_4(bytes_at(end - 4));
+    }
+    return match_short(begin, end);
+}
 
 /// Makes an `rdfa` of an `rnfa`.
 class KRO_API rdfa_maker {
