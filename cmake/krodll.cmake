@@ -3,7 +3,7 @@
 # put failing functions in the place of the system's.
 file(GLOB krodll_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp)
 if(WIN32)
-  list(FILTER krodll_sources EXCLUDE REGEX "_posix\\.cpp$")
+  list(FILTER krodll_sources EXCLUDE REGEX "_posix(_[a-z]+)?\\.cpp$")
 else()
   list(FILTER krodll_sources EXCLUDE REGEX "_win32\\.cpp$")
 endif()

@@ -1,8 +1,9 @@
 // The one door to the operating system.
 //
 // Everything the library needs of a platform, in the library's own words.
-// platform_posix.cpp and platform_win32.cpp provide it; the build compiles one
-// of them. Each comment is a contract that one test checks on both systems.
+// platform_posix.cpp, with its sections beside it, and platform_win32.cpp provide
+// it; the build compiles one of the two. Each comment is a contract that one test
+// checks on both systems.
 //
 // The functions have C linkage so that tests can put failing ones in their
 // place at link time.

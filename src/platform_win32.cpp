@@ -1,7 +1,7 @@
 // The door to the operating system: Win32 and Winsock.
 //
 // Same functions in the same order as platform.h and as the other platform's
-// file, so that the two compare side by side.
+// files, so that the two compare side by side.
 #include "platform.h"
 
 #include "handle_filter.h"
