@@ -405,64 +405,69 @@ TEST(handles, are_not_inherited)
         EXPECT_EQ(FD_CLOEXEC, fcntl(static_cast<int>(s->get_socket()), F_GETFD));
 }
 
+/// While it lives the program may have as many descriptors as the system lets it.
+class raised_descriptor_limit {
+public:
+    raised_descriptor_limit()
+    {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit raised = { before_.rlim_max, before_.rlim_max };
+        setrlimit(RLIMIT_NOFILE, &raised);
+    }
+    raised_descriptor_limit(const raised_descriptor_limit&) = delete;
+    raised_descriptor_limit& operator=(const raised_descriptor_limit&) = delete;
+    ~raised_descriptor_limit() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+    bool reaches(rlim_t descriptors) const { return before_.rlim_max >= descriptors; }
+
+private:
+    rlimit before_;
+};
+
 // A thousand handles far above what an fd_set of the system could hold.
 TEST(handles, of_any_number_can_be_waited_for)
 {
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_max < 6000)
+    const raised_descriptor_limit limit;
+    if (!limit.reaches(6000))
         GTEST_SKIP() << "no such descriptors on this machine";
-    const rlimit before = limit;
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    {
-        socket_pair p;
-        p.there.send("x", 1);
-        p.here.select(1, nullptr);
-        std::vector<std::unique_ptr<Socket>> copies;
-        sock_fd_set set = { 0, {} };
-        while (set.fd_count < 1024) {
-            const int copy = fcntl(static_cast<int>(p.here.get_socket()), F_DUPFD_CLOEXEC, 4000);
-            ASSERT_GE(copy, 4000);
-            copies.emplace_back(new Socket(static_cast<unsigned>(copy)));
-            set.fd_array[set.fd_count++] = copies.back()->get_socket();
-        }
-        EXPECT_EQ(1024, Socket::select(&set, nullptr, nullptr, nullptr));
-        EXPECT_EQ(copies.back()->get_socket(), set.fd_array[1023]);
-        EXPECT_EQ(0, copies.back()->select(1, nullptr));
+    socket_pair p;
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    std::vector<std::unique_ptr<Socket>> copies;
+    sock_fd_set set = { 0, {} };
+    while (set.fd_count < 1024) {
+        const int copy = fcntl(static_cast<int>(p.here.get_socket()), F_DUPFD_CLOEXEC, 4000);
+        ASSERT_GE(copy, 4000);
+        copies.emplace_back(new Socket(static_cast<unsigned>(copy)));
+        set.fd_array[set.fd_count++] = copies.back()->get_socket();
     }
-    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(1024, Socket::select(&set, nullptr, nullptr, nullptr));
+    EXPECT_EQ(copies.back()->get_socket(), set.fd_array[1023]);
+    EXPECT_EQ(0, copies.back()->select(1, nullptr));
 }
 
 // Numbers that would share a place in a table of a power of two.
 TEST(handles, that_are_powers_of_two_apart_are_told_apart)
 {
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_max < 9000)
+    const raised_descriptor_limit limit;
+    if (!limit.reaches(9000))
         GTEST_SKIP() << "no such descriptors on this machine";
-    const rlimit before = limit;
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    {
-        socket_pair p;
-        p.there.send("x", 1);
-        p.here.select(1, nullptr);
-        const int first = static_cast<int>(p.here.get_socket());
-        sock_fd_set set = { 1, { p.here.get_socket() } };
-        std::vector<std::unique_ptr<Socket>> copies;
-        for (const int distance : { 2048, 4096, 8192 }) {
-            copies.emplace_back(new Socket(static_cast<unsigned>(fcntl(first, F_DUPFD_CLOEXEC, first + distance))));
-            ASSERT_EQ(static_cast<unsigned>(first + distance), copies.back()->get_socket());
-            set.fd_array[set.fd_count++] = copies.back()->get_socket();
-            set.fd_array[set.fd_count++] = copies.back()->get_socket(); // twice is once
-        }
-        EXPECT_EQ(4, Socket::select(&set, nullptr, nullptr, nullptr));
-        ASSERT_EQ(4u, set.fd_count);
-        for (unsigned i = 0; i < 3; ++i)
-            EXPECT_EQ(copies[i]->get_socket(), set.fd_array[i + 1]);
+    socket_pair p;
+    p.there.send("x", 1);
+    p.here.select(1, nullptr);
+    const int first = static_cast<int>(p.here.get_socket());
+    sock_fd_set set = { 1, { p.here.get_socket() } };
+    std::vector<std::unique_ptr<Socket>> copies;
+    for (const int distance : { 2048, 4096, 8192 }) {
+        copies.emplace_back(new Socket(static_cast<unsigned>(fcntl(first, F_DUPFD_CLOEXEC, first + distance))));
+        ASSERT_EQ(static_cast<unsigned>(first + distance), copies.back()->get_socket());
+        set.fd_array[set.fd_count++] = copies.back()->get_socket();
+        set.fd_array[set.fd_count++] = copies.back()->get_socket(); // twice is once
     }
-    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(4, Socket::select(&set, nullptr, nullptr, nullptr));
+    ASSERT_EQ(4u, set.fd_count);
+    for (unsigned i = 0; i < 3; ++i)
+        EXPECT_EQ(copies[i]->get_socket(), set.fd_array[i + 1]);
 }
 
 TEST(a_limit, of_any_length_is_kept)
