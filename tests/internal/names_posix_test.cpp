@@ -2,7 +2,9 @@
 // POSIX side of the door gives back then, and that nothing is left behind.
 #include "allocation_failure.h"
 #include "call_failure.h"
+#include "interruptions.h"
 #include "platform.h"
+#include "replaced_fcntl.h"
 
 #include <stdkro/process.h>
 #include <stdkro/thread.h>
@@ -27,13 +29,21 @@ namespace {
 // user left meanwhile.
 int files_that_go = 0;
 
-// How many of the next waits for a lock end by an interruption.
-int interruptions = 0;
-
 // Makes something else of what the system says about a folder; null: nothing.
 void (*changed_folder)(struct stat& info) = nullptr;
 
 } // namespace
+
+// Waits for a lock are interrupted. Giving a lock back does not fail.
+bool fcntl_fails(int command, const void* argument)
+{
+    if (command == F_OFD_SETLKW && is_interrupted())
+        return true;
+    const bool is_lock = command == F_OFD_SETLKW || command == F_OFD_SETLK;
+    if (is_lock && static_cast<const struct flock*>(argument)->l_type != F_UNLCK && call_failure::strikes("lock"))
+        return true;
+    return command == F_DUPFD_CLOEXEC && call_failure::strikes("dup");
+}
 
 extern "C" {
 
@@ -50,27 +60,6 @@ int __wrap_open(const char* path, int flags, ...)
         unlink(path);
     }
     return fd;
-}
-
-// Giving a lock back does not fail.
-int __real_fcntl(int fd, int command, ...);
-int __wrap_fcntl(int fd, int command, ...)
-{
-    va_list list;
-    va_start(list, command);
-    void* const argument = va_arg(list, void*);
-    va_end(list);
-    if (command == F_OFD_SETLKW && interruptions > 0) {
-        --interruptions;
-        errno = EINTR;
-        return -1;
-    }
-    const bool is_lock = command == F_OFD_SETLKW || command == F_OFD_SETLK;
-    if (is_lock && static_cast<const struct flock*>(argument)->l_type != F_UNLCK && call_failure::strikes("lock"))
-        return -1;
-    if (command == F_DUPFD_CLOEXEC && call_failure::strikes("dup"))
-        return -1;
-    return __real_fcntl(fd, command, argument);
 }
 
 int __real_fstat(int fd, struct stat* info);

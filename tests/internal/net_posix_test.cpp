@@ -1,6 +1,7 @@
 // Signals, and calls of the system that end too early: what the POSIX side of the door makes
 // good.
 #include "../net_fixture.h"
+#include "interruptions.h"
 #include "platform.h"
 
 #include <stdkro/poller.h>
@@ -25,8 +26,7 @@
 
 namespace {
 
-// How many of the next calls end by an interruption, and how many calls there were.
-std::atomic<int> interruptions { 0 };
+// How many calls there were that can end too early.
 std::atomic<int> call_count { 0 };
 
 // What the next call of any kind fails with; 0 for nothing.
@@ -51,18 +51,13 @@ struct meddling {
     }
 };
 
-bool is_interrupted()
+bool ends_early()
 {
     ++call_count;
-    if (failure != 0) {
-        errno = failure;
-        failure = 0;
-        return true;
-    }
-    if (interruptions == 0)
-        return false;
-    --interruptions;
-    errno = EINTR;
+    if (failure == 0)
+        return is_interrupted();
+    errno = failure;
+    failure = 0;
     return true;
 }
 
@@ -73,31 +68,31 @@ extern "C" {
 ssize_t __real_send(int fd, const void* bytes, size_t n, int flags);
 ssize_t __wrap_send(int fd, const void* bytes, size_t n, int flags)
 {
-    return is_interrupted() ? -1 : __real_send(fd, bytes, n, flags);
+    return ends_early() ? -1 : __real_send(fd, bytes, n, flags);
 }
 
 ssize_t __real_recv(int fd, void* bytes, size_t n, int flags);
 ssize_t __wrap_recv(int fd, void* bytes, size_t n, int flags)
 {
-    return is_interrupted() ? -1 : __real_recv(fd, bytes, n, flags);
+    return ends_early() ? -1 : __real_recv(fd, bytes, n, flags);
 }
 
 ssize_t __real_sendto(int fd, const void* bytes, size_t n, int flags, const sockaddr* to, socklen_t size);
 ssize_t __wrap_sendto(int fd, const void* bytes, size_t n, int flags, const sockaddr* to, socklen_t size)
 {
-    return is_interrupted() ? -1 : __real_sendto(fd, bytes, n, flags, to, size);
+    return ends_early() ? -1 : __real_sendto(fd, bytes, n, flags, to, size);
 }
 
 ssize_t __real_recvfrom(int fd, void* bytes, size_t n, int flags, sockaddr* from, socklen_t* size);
 ssize_t __wrap_recvfrom(int fd, void* bytes, size_t n, int flags, sockaddr* from, socklen_t* size)
 {
-    return is_interrupted() ? -1 : __real_recvfrom(fd, bytes, n, flags, from, size);
+    return ends_early() ? -1 : __real_recvfrom(fd, bytes, n, flags, from, size);
 }
 
 int __real_accept4(int fd, sockaddr* peer, socklen_t* size, int flags);
 int __wrap_accept4(int fd, sockaddr* peer, socklen_t* size, int flags)
 {
-    return is_interrupted() ? -1 : __real_accept4(fd, peer, size, flags);
+    return ends_early() ? -1 : __real_accept4(fd, peer, size, flags);
 }
 
 // An interrupted connect goes on by itself.
@@ -107,7 +102,7 @@ int __wrap_connect(int fd, const sockaddr* address, socklen_t size)
     if (interruptions == 0)
         return __real_connect(fd, address, size);
     __real_connect(fd, address, size);
-    return is_interrupted() ? -1 : 0;
+    return ends_early() ? -1 : 0;
 }
 
 int __real_getsockopt(int fd, int level, int option, void* value, socklen_t* size);
@@ -130,13 +125,13 @@ int __wrap_poll(pollfd* records, nfds_t count, int ms)
         errno = poll_failure;
         return -1;
     }
-    return is_interrupted() ? -1 : __real_poll(records, count, ms);
+    return ends_early() ? -1 : __real_poll(records, count, ms);
 }
 
 int __real_ppoll(pollfd* records, nfds_t count, const timespec* limit, const sigset_t* mask);
 int __wrap_ppoll(pollfd* records, nfds_t count, const timespec* limit, const sigset_t* mask)
 {
-    return is_interrupted() ? -1 : __real_ppoll(records, count, limit, mask);
+    return ends_early() ? -1 : __real_ppoll(records, count, limit, mask);
 }
 
 int __real_epoll_wait(int list, epoll_event* events, int room, int ms);
@@ -146,7 +141,7 @@ int __wrap_epoll_wait(int list, epoll_event* events, int room, int ms)
         errno = list_failure;
         return -1;
     }
-    return is_interrupted() ? -1 : __real_epoll_wait(list, events, room, ms);
+    return ends_early() ? -1 : __real_epoll_wait(list, events, room, ms);
 }
 
 int __real_epoll_pwait2(int list, epoll_event* events, int room, const timespec* limit, const sigset_t* mask);
@@ -160,13 +155,13 @@ int __wrap_epoll_pwait2(int list, epoll_event* events, int room, const timespec*
         errno = long_wait_failure;
         return -1;
     }
-    return is_interrupted() ? -1 : __real_epoll_pwait2(list, events, room, limit, mask);
+    return ends_early() ? -1 : __real_epoll_pwait2(list, events, room, limit, mask);
 }
 
 int __real_socket(int family, int type, int protocol);
 int __wrap_socket(int family, int type, int protocol)
 {
-    return is_interrupted() ? -1 : __real_socket(family, type, protocol);
+    return ends_early() ? -1 : __real_socket(family, type, protocol);
 }
 
 } // extern "C"

@@ -2,7 +2,9 @@
 // POSIX side of the door gives back then.
 #include "allocation_failure.h"
 #include "call_failure.h"
+#include "interruptions.h"
 #include "platform.h"
+#include "replaced_fcntl.h"
 
 #include <stdkro/process.h>
 #include <stdkro/xcpt.h>
@@ -22,21 +24,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace {
-
-// How many of the next waits end by an interruption.
-int interruptions = 0;
-
-bool is_interrupted()
-{
-    if (interruptions == 0)
-        return false;
-    --interruptions;
-    errno = EINTR;
-    return true;
-}
-
-} // namespace
+// What only makes a pipe faster does not fail here.
+bool fcntl_fails(int command, const void*) { return command == F_DUPFD_CLOEXEC && call_failure::strikes("lift"); }
 
 extern "C" {
 
@@ -125,17 +114,6 @@ int __wrap_waitid(idtype_t kind, id_t id, siginfo_t* info, int options)
 {
     // A question that does not wait is not interrupted.
     return !(options & WNOHANG) && is_interrupted() ? -1 : __real_waitid(kind, id, info, options);
-}
-
-// What only makes a pipe faster does not fail here.
-int __real_fcntl(int fd, int command, ...);
-int __wrap_fcntl(int fd, int command, ...)
-{
-    va_list list;
-    va_start(list, command);
-    void* const argument = va_arg(list, void*);
-    va_end(list);
-    return command == F_DUPFD_CLOEXEC && call_failure::strikes("lift") ? -1 : __real_fcntl(fd, command, argument);
 }
 
 int __real_kill(pid_t id, int number);
