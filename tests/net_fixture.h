@@ -3,14 +3,15 @@
 #ifndef STDKRO_TESTS_NET_FIXTURE_H
 #define STDKRO_TESTS_NET_FIXTURE_H
 
+#include "virtual_slot.h"
+
 #include <stdkro/socket.h>
 #include <stdkro/xcpt.h>
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstring>
 #include <filesystem>
+#include <iterator>
 
 #ifdef _WIN32
 /// The application starts the socket library: here once, before the first test.
@@ -42,14 +43,6 @@ inline long open_descriptors()
 }
 constexpr int cost_of_waits = 1;
 #endif
-
-/// Where a virtual function stands in the table of its class.
-template <class function> long slot_of(function f)
-{
-    std::ptrdiff_t place;
-    std::memcpy(&place, &f, sizeof place);
-    return static_cast<long>((place - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)));
-}
 
 /// A listening socket on a free port of 127.0.0.1.
 struct listener : Socket {

@@ -126,13 +126,13 @@ TEST(fdbase, dispatches_bits_in_order_until_one_is_negative)
 // The destructor takes the first two places.
 TEST(fdbase, keeps_its_operations_in_their_order)
 {
-    EXPECT_EQ(2, slot_of(&fdbase::get_events));
-    EXPECT_EQ(3, slot_of(&fdbase::get_fd));
-    EXPECT_EQ(4, slot_of(&fdbase::do_read));
-    EXPECT_EQ(5, slot_of(&fdbase::do_write));
-    EXPECT_EQ(6, slot_of(&fdbase::do_error));
-    EXPECT_EQ(7, slot_of(&fdbase::dispatch_events));
-    EXPECT_EQ(2, slot_of(&exec_object::exec));
+    EXPECT_EQ(2u, slot_of(&fdbase::get_events));
+    EXPECT_EQ(3u, slot_of(&fdbase::get_fd));
+    EXPECT_EQ(4u, slot_of(&fdbase::do_read));
+    EXPECT_EQ(5u, slot_of(&fdbase::do_write));
+    EXPECT_EQ(6u, slot_of(&fdbase::do_error));
+    EXPECT_EQ(7u, slot_of(&fdbase::dispatch_events));
+    EXPECT_EQ(2u, slot_of(&exec_object::exec));
     EXPECT_EQ(sizeof(void*), sizeof(fdbase)) << "no data";
     EXPECT_EQ(sizeof(void*), sizeof(exec_object));
 }

@@ -132,12 +132,12 @@ TEST(SockAddr, compares_addresses_before_ports)
 // The destructor takes two places, behind it stands detach.
 TEST(ipc, keeps_its_operations_in_their_order)
 {
-    EXPECT_EQ(0, slot_of(&ipc::send));
-    EXPECT_EQ(1, slot_of(&ipc::receive));
-    EXPECT_EQ(2, slot_of(&ipc::close));
-    EXPECT_EQ(3, slot_of(&ipc::print));
-    EXPECT_EQ(4, slot_of(&ipc::is_valid));
-    EXPECT_EQ(7, slot_of(&Socket::detach));
+    EXPECT_EQ(0u, slot_of(&ipc::send));
+    EXPECT_EQ(1u, slot_of(&ipc::receive));
+    EXPECT_EQ(2u, slot_of(&ipc::close));
+    EXPECT_EQ(3u, slot_of(&ipc::print));
+    EXPECT_EQ(4u, slot_of(&ipc::is_valid));
+    EXPECT_EQ(7u, slot_of(&Socket::detach));
     EXPECT_EQ(2 * sizeof(void*), sizeof(Socket)) << "the handle and nothing else";
 }
 
