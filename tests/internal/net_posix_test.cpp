@@ -265,8 +265,7 @@ TYPED_TEST(failing_wait, is_reported_and_harms_nothing)
     TypeParam loop(2);
     reader r(p.here);
     loop.add(r, EV_READ);
-    p.there.send("x", 1);
-    p.here.select(1, nullptr);
+    p.make_readable();
     for (const int error : { ENOMEM, EAGAIN, EFAULT }) {
         // Lists that the kernel keeps fail first, and then the way without them.
         list_failure = failure = error;
@@ -303,8 +302,7 @@ TYPED_TEST(failing_wait, is_none_when_interrupted)
     TypeParam loop(2);
     reader r(p.here);
     loop.add(r, EV_READ);
-    p.there.send("x", 1);
-    p.here.select(1, nullptr);
+    p.make_readable();
     interruptions = 3;
     EXPECT_EQ(1, loop.wait(nullptr));
     EXPECT_EQ(0, interruptions);
@@ -426,8 +424,7 @@ TEST(handles, of_any_number_can_be_waited_for)
     if (!limit.reaches(6000))
         GTEST_SKIP() << "no such descriptors on this machine";
     socket_pair p;
-    p.there.send("x", 1);
-    p.here.select(1, nullptr);
+    p.make_readable();
     std::vector<std::unique_ptr<Socket>> copies;
     sock_fd_set set = { 0, {} };
     while (set.fd_count < 1024) {
@@ -448,8 +445,7 @@ TEST(handles, that_are_powers_of_two_apart_are_told_apart)
     if (!limit.reaches(9000))
         GTEST_SKIP() << "no such descriptors on this machine";
     socket_pair p;
-    p.there.send("x", 1);
-    p.here.select(1, nullptr);
+    p.make_readable();
     const int first = static_cast<int>(p.here.get_socket());
     sock_fd_set set = { 1, { p.here.get_socket() } };
     std::vector<std::unique_ptr<Socket>> copies;
