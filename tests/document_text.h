@@ -2,6 +2,8 @@
 #ifndef STDKRO_TESTS_DOCUMENT_TEXT_H
 #define STDKRO_TESTS_DOCUMENT_TEXT_H
 
+#include "repeated.h"
+
 #include <cstdio>
 #include <string>
 
@@ -16,13 +18,7 @@ inline std::string hex(int code)
 /// `opening` that many times, `inner`, and as many times `closing`.
 inline std::string nested(unsigned depth, const char* opening, const std::string& inner, const char* closing)
 {
-    std::string text;
-    for (unsigned i = 0; i < depth; ++i)
-        text += opening;
-    text += inner;
-    for (unsigned i = 0; i < depth; ++i)
-        text += closing;
-    return text;
+    return repeated(opening, depth) + inner + repeated(closing, depth);
 }
 
 #endif

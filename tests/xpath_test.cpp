@@ -3,23 +3,16 @@
 
 #include <stdkro/xcpt.h>
 
+#include "document_text.h"
 #include "guarded_text.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 namespace {
 
 using std::string;
-
-string code_text(int r)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(r));
-    return r < 0 ? text : "";
-}
 
 string print(const xstep& step)
 {
@@ -41,7 +34,7 @@ string steps_of(const char* path)
         const int r = xpath::split_step(from, &step, &next);
         if (r < 0) {
             EXPECT_EQ(from, next) << path;
-            return text + code_text(r);
+            return text + hex(r);
         }
         EXPECT_EQ(0, r);
         if (step.kind == 0) {
@@ -144,7 +137,7 @@ TEST(xpath, a_bounded_path_is_cut_alike_and_nothing_behind_it_is_read)
             const int r = xpath::split_step(from, text.end(), &step, &next);
             if (r < 0) {
                 EXPECT_EQ(from, next) << c.path;
-                steps += code_text(r);
+                steps += hex(r);
                 break;
             }
             if (step.kind == 0) {
@@ -178,7 +171,7 @@ TEST(xpath, a_bound_cuts_a_step_short)
         xstep step;
         const char* next = nullptr;
         const int r = xpath::split_step(c.path, c.path + c.length, &step, &next);
-        EXPECT_EQ(c.step, r < 0 ? code_text(r) : print(step)) << c.path << " up to " << c.length;
+        EXPECT_EQ(c.step, r < 0 ? hex(r) : print(step)) << c.path << " up to " << c.length;
     }
     // A NUL before the bound is a byte like others, and not one of a name.
     xstep step;
@@ -240,12 +233,12 @@ TEST(xpath, split_gives_the_parent_part_and_the_last_step)
         char parent[1024] = "unset";
         const int r = xpath::split(c.path, parent, &step);
         EXPECT_EQ(c.parent, string(parent)) << c.path;
-        EXPECT_EQ(c.step, r < 0 ? code_text(r) : print(step)) << c.path;
+        EXPECT_EQ(c.step, r < 0 ? hex(r) : print(step)) << c.path;
 
         const guarded_text text(c.path);
         const char* last = nullptr;
         const int bounded = xpath::split(text.begin(), text.end(), &last, &step);
-        EXPECT_EQ(c.step, bounded < 0 ? code_text(bounded) : print(step)) << c.path;
+        EXPECT_EQ(c.step, bounded < 0 ? hex(bounded) : print(step)) << c.path;
         EXPECT_EQ(string(c.path).rfind('/') + 1, static_cast<std::size_t>(last - text.begin())) << c.path;
     }
 }
