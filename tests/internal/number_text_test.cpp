@@ -3,7 +3,6 @@
 #include "number_text.h"
 
 #include "text_class.h"
-#include "text_format.h"
 
 #include <stdkro/str.h>
 
@@ -209,29 +208,6 @@ TEST(text_class, knows_bytes_of_the_C_locale_only)
         const char* const digit = c ? std::strchr(digits, c >= 'A' && c <= 'F' ? c + 32 : c) : nullptr;
         EXPECT_EQ(digit ? static_cast<int>(digit - digits) : -1, hex_value(byte)) << c;
     }
-}
-
-int format(char* dst, unsigned size, const char* fmt, ...)
-{
-    va_list arguments;
-    va_start(arguments, fmt);
-    const int length = format_bounded(dst, size, fmt, arguments);
-    va_end(arguments);
-    return length;
-}
-
-TEST(format_bounded, tells_when_the_text_was_cut)
-{
-    char text[8] = "#######";
-    EXPECT_EQ(-1, format(text, 0, "%d", 1));
-    EXPECT_STREQ("#######", text);
-    EXPECT_EQ(-1, format(text, 1, "%d", 1));
-    EXPECT_STREQ("", text);
-    EXPECT_EQ(0, format(text, 1, "%s", ""));
-    EXPECT_EQ(3, format(text, 4, "%d", 123));
-    EXPECT_STREQ("123", text);
-    EXPECT_EQ(-1, format(text, 3, "%d", 123));
-    EXPECT_STREQ("12", text);
 }
 
 // A C library in a DLL cannot be stood in for, but it has locales of its own.

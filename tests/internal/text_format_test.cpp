@@ -70,6 +70,20 @@ TEST(format_bounded, leaves_other_conversions_to_the_c_library)
     expect_same("%d %ls", 1, L"wide");
 }
 
+TEST(format_bounded, tells_when_the_text_was_cut)
+{
+    char text[8] = "#######";
+    EXPECT_EQ(-1, ours(text, 0, "%d", 1));
+    EXPECT_STREQ("#######", text);
+    EXPECT_EQ(-1, ours(text, 1, "%d", 1));
+    EXPECT_STREQ("", text);
+    EXPECT_EQ(0, ours(text, 1, "%s", ""));
+    EXPECT_EQ(3, ours(text, 4, "%d", 123));
+    EXPECT_STREQ("123", text);
+    EXPECT_EQ(-1, ours(text, 3, "%d", 123));
+    EXPECT_STREQ("12", text);
+}
+
 TEST(format_bounded, writes_nothing_into_no_room)
 {
     char room = '#';
