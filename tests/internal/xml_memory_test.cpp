@@ -39,6 +39,13 @@ string long_document()
     return text + "</root>";
 }
 
+void read_tree(xml_doc& doc, const string& text)
+{
+    xml_reader in;
+    ASSERT_EQ(0, in.load_string(text.data(), text.data() + text.size(), false));
+    ASSERT_EQ(0, doc.read(in, false, true));
+}
+
 TEST(xml_memory, reading_a_tree_fails_with_a_code)
 {
     const string text = long_document();
@@ -173,9 +180,7 @@ TEST(xml_memory, a_copy_is_whole_or_empty)
 {
     const string text = long_document();
     xml_doc doc;
-    xml_reader in;
-    ASSERT_EQ(0, in.load_string(text.data(), text.data() + text.size(), false));
-    ASSERT_EQ(0, doc.read(in, false, true));
+    ASSERT_NO_FATAL_FAILURE(read_tree(doc, text));
     const string whole = text_of(*doc.all());
     int failures = 0;
     for (allocation_failure failure; failure.next();) {
@@ -217,9 +222,7 @@ TEST(xml_memory, writing_takes_none)
 {
     const string text = long_document();
     xml_doc doc;
-    xml_reader in;
-    ASSERT_EQ(0, in.load_string(text.data(), text.data() + text.size(), false));
-    ASSERT_EQ(0, doc.read(in, false, true));
+    ASSERT_NO_FATAL_FAILURE(read_tree(doc, text));
     struct counting_buffer : std::streambuf {
         std::streamsize size = 0;
         std::streamsize xsputn(const char*, std::streamsize n) override
