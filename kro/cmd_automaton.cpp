@@ -1,6 +1,7 @@
 // kro automaton: the automaton of patterns, as a graph, a table or a C++ source.
 #include "commands.h"
 #include "patterns.h"
+#include "quoted.h"
 
 #include <stdkro/xcpt.h>
 
@@ -103,17 +104,6 @@ std::string ranges(const byte_set& bytes)
     return text;
 }
 
-std::string dot_text(const std::string& text)
-{
-    std::string quoted;
-    for (const char c : text) {
-        if (c == '"' || c == '\\')
-            quoted += '\\';
-        quoted += c;
-    }
-    return "\"" + quoted + "\"";
-}
-
 void print_dot(const graph& g)
 {
     std::printf("digraph automaton {\n"
@@ -132,7 +122,7 @@ void print_dot(const graph& g)
             if (way.second.none())
                 std::printf("    %u -> %u [style=dashed];\n", s, way.first);
             else
-                std::printf("    %u -> %u [label=%s];\n", s, way.first, dot_text(ranges(way.second)).c_str());
+                std::printf("    %u -> %u [label=%s];\n", s, way.first, quoted(ranges(way.second)).c_str());
         }
     }
     std::printf("}\n");

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "files.h"
 #include "progress.h"
+#include "quoted.h"
 
 #include <stdkro/process.h>
 #include <stdkro/thread.h>
@@ -38,20 +39,6 @@ std::string first_word(const std::string& line)
     return word;
 }
 
-// A word as a command line takes it: quotes, and the backslashes before them, escaped.
-std::string quoted_word(const std::string& word)
-{
-    std::string text = "\"";
-    std::size_t backslashes = 0;
-    for (char c : word) {
-        if (c == '"')
-            text.append(backslashes + 1, '\\');
-        backslashes = c == '\\' ? backslashes + 1 : 0;
-        text += c;
-    }
-    return text.append(backslashes, '\\') + '"';
-}
-
 // Behind the action one word is a whole command line, several are its words.
 program read_program(const arguments& words)
 {
@@ -64,7 +51,7 @@ program read_program(const arguments& words)
         throw usage_error { "a program's name has no quotes" };
     program p = { name, '"' + name + '"' };
     for (std::size_t i = 2; i < words.size(); ++i)
-        p.command_line += ' ' + quoted_word(words[i]);
+        p.command_line += ' ' + command_line_word(words[i]);
     return p;
 }
 

@@ -4,6 +4,7 @@
 #include "definition.h"
 #include "evaluation.h"
 #include "progress.h"
+#include "quoted.h"
 
 #include <stdkro/shell.h>
 #include <stdkro/xcpt.h>
@@ -92,18 +93,6 @@ int match(shell*, int argc, char** argv) { return run_tool(*find_command("match"
 int ini(shell*, int argc, char** argv) { return run_tool(*find_command("ini"), argc, argv); }
 int xml(shell*, int argc, char** argv) { return run_tool(*find_command("xml"), argc, argv); }
 int err_text(shell*, int argc, char** argv) { return run_tool(*find_command("err"), argc, argv); }
-
-/// A word as the shell reads it back.
-std::string quoted(const char* word)
-{
-    std::string text = "\"";
-    for (; *word; ++word) {
-        if (*word == '"' || *word == '\\')
-            text += '\\';
-        text += *word;
-    }
-    return text + '"';
-}
 
 int time(shell* sh, int argc, char** argv)
 {

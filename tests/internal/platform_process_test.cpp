@@ -1,6 +1,7 @@
 // The platform door: processes, shared memory and modules, as far as the tests of
 // the classes do not already reach every sentence of it; and the splitting of
 // command lines.
+#include "../../kro/quoted.h"
 #include "command_words.h"
 #include "platform.h"
 
@@ -72,22 +73,7 @@ TEST(command_line, further_words)
     }
 }
 
-// Writes a word so that splitting gives it back: every quote and the backslashes
-// before quotes are escaped.
-std::string quote(const std::string& word)
-{
-    std::string text = "\"";
-    std::size_t backslashes = 0;
-    for (char c : word) {
-        if (c == '"')
-            text.append(backslashes + 1, '\\');
-        backslashes = c == '\\' ? backslashes + 1 : 0;
-        text += c;
-    }
-    return text.append(backslashes, '\\') + '"';
-}
-
-TEST(command_line, gives_back_what_was_quoted)
+TEST(command_line, gives_back_what_the_tool_quoted)
 {
     std::mt19937 random(7);
     const char alphabet[] = "ab \t\\\\\"\"'\n";
@@ -98,7 +84,7 @@ TEST(command_line, gives_back_what_was_quoted)
             std::string word;
             for (unsigned length = static_cast<unsigned>(random() % 9); length > 0; --length)
                 word += alphabet[random() % (sizeof alphabet - 1)];
-            line += ' ' + quote(word);
+            line += ' ' + command_line_word(word);
             expected.push_back(word);
         }
         ASSERT_EQ(split_command_line(line.c_str()), expected) << line;
