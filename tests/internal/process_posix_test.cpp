@@ -249,11 +249,26 @@ TEST(a_child, is_suspended_127_times_at_the_most)
     EXPECT_FALSE(has_children());
 }
 
+/// While it lives the standard input is closed.
+class closed_standard_input {
+public:
+    closed_standard_input() : kept_(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10)) { close(STDIN_FILENO); }
+    closed_standard_input(const closed_standard_input&) = delete;
+    closed_standard_input& operator=(const closed_standard_input&) = delete;
+    ~closed_standard_input()
+    {
+        __real_dup2(kept_, STDIN_FILENO);
+        close(kept_);
+    }
+
+private:
+    const int kept_;
+};
+
 TEST(a_pipe, stays_away_from_standard_descriptors_that_are_closed)
 {
     for (const bool suspended : { false, true }) {
-        const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
-        close(STDIN_FILENO);
+        const closed_standard_input input;
         const int before = open_descriptors();
         process p;
         std::FILE* out = p.start("/bin/echo", nullptr, "echo \"a word\"", "r", suspended);
@@ -264,14 +279,10 @@ TEST(a_pipe, stays_away_from_standard_descriptors_that_are_closed)
             text = read_all(out);
             std::fclose(out);
         }
-        const int exit_code = p.wait_done();
-        const int after = open_descriptors();
-        __real_dup2(input, STDIN_FILENO);
-        close(input);
+        EXPECT_EQ(p.wait_done(), 0);
         EXPECT_GT(fd, STDERR_FILENO);
         EXPECT_EQ(text, "a word\n");
-        EXPECT_EQ(exit_code, 0);
-        EXPECT_EQ(after, before);
+        EXPECT_EQ(open_descriptors(), before);
     }
 }
 
@@ -335,8 +346,7 @@ TEST(a_child, that_no_signal_reaches_goes_on_as_it_was)
 
 TEST(a_pipe, is_not_made_when_it_cannot_stay_away_from_standard_descriptors)
 {
-    const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
-    close(STDIN_FILENO);
+    const closed_standard_input input;
     const int before = open_descriptors();
     for (const char* mode : { "r", "w" }) {
         std::string calls;
@@ -355,8 +365,6 @@ TEST(a_pipe, is_not_made_when_it_cannot_stay_away_from_standard_descriptors)
         }
         EXPECT_EQ(calls.substr(0, 11), "pipe2 lift ") << calls;
     }
-    __real_dup2(input, STDIN_FILENO);
-    close(input);
 }
 
 TEST(a_writer_of_a_pipe, leaves_the_signals_of_its_thread_alone)
