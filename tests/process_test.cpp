@@ -1,6 +1,7 @@
 // Child processes, shared memory and modules. The program is its own child:
 // started with the name of one of the roles below, it plays it.
 #include "patience.h"
+#include "read_all.h"
 
 #include <stdkro/process.h>
 #include <stdkro/thread.h>
@@ -164,15 +165,6 @@ const std::map<std::string, int (*)(const words&)> roles = {
 };
 
 // ---- helpers of the tests --------------------------------------------------
-
-std::string read_all(std::FILE* f)
-{
-    std::string text;
-    char block[4096];
-    for (std::size_t n; (n = std::fread(block, 1, sizeof block, f)) > 0;)
-        text.append(block, n);
-    return text;
-}
 
 // What a child prints.
 std::string output_of(const std::string& command_line, const char* directory = nullptr)

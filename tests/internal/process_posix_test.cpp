@@ -1,5 +1,6 @@
 // Children when single system calls fail or are interrupted: what the
 // POSIX side of the door gives back then.
+#include "../read_all.h"
 #include "allocation_failure.h"
 #include "call_failure.h"
 #include "interruptions.h"
@@ -124,14 +125,6 @@ int __wrap_kill(pid_t id, int number) { return call_failure::strikes("kill") ? -
 namespace {
 
 bool has_children() { return __real_waitpid(-1, nullptr, WNOHANG) >= 0; }
-
-std::string read_all(std::FILE* f)
-{
-    std::string text;
-    for (int c; (c = std::fgetc(f)) != EOF;)
-        text += static_cast<char>(c);
-    return text;
-}
 
 std::string output_of(const char* application, const char* line, bool suspended)
 {
