@@ -12,7 +12,7 @@ if [ "${1:-}" = --chart ]; then
     [ $# = 0 ] || { echo "bench.sh: the chart shows all subjects" >&2; exit 2; }
 fi
 sh tools/setup.sh bench
-cmake --preset bench > /dev/null
+sh tools/configure.sh bench
 cmake --build build/bench -j "$(nproc)"
 
 out=build/bench/results

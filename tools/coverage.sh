@@ -11,8 +11,7 @@ say() { echo "== $*"; }
 say "looking for what the tests need"
 sh tools/setup.sh coverage
 say "building"
-cmake --preset coverage > build-coverage.log 2>&1 || { cat build-coverage.log; rm build-coverage.log; exit 1; }
-rm build-coverage.log
+sh tools/configure.sh coverage
 cmake --build $folder -j "$(nproc)"
 
 # What earlier runs counted, and counted for files that are gone.

@@ -10,8 +10,7 @@ say "looking for what the build needs"
 sh tools/setup.sh demo
 
 say "building"
-cmake --preset release > build-release.log 2>&1 || { cat build-release.log; rm build-release.log; exit 1; }
-rm build-release.log
+sh tools/configure.sh release
 cmake --build build/release -j "$(nproc)" --target kro page_server
 
 say "build/release/bin/kro run examples/invoice.xpp"

@@ -7,7 +7,7 @@ name=$1
 seconds=${2:-600}
 
 sh tools/setup.sh fuzz
-cmake --preset fuzz > /dev/null
+sh tools/configure.sh fuzz
 cmake --build build/fuzz -j "$(nproc)" --target "${name}_fuzz"
 
 found=build/fuzz/found/$name

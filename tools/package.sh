@@ -4,7 +4,7 @@ set -eu
 cd "$(dirname "$0")/.."
 sh tools/setup.sh package
 for kind in release win32-release; do
-    cmake --preset "$kind" > /dev/null
+    sh tools/configure.sh "$kind"
     cmake --build "build/$kind" -j "$(nproc)"
     cpack --config "build/$kind/CPackConfig.cmake" -B "$PWD/build/packages"
 done

@@ -5,7 +5,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 sh tools/setup.sh bench
-cmake --preset bench > /dev/null
+sh tools/configure.sh bench
 cmake --build build/bench -j "$(nproc)" --target page_server
 c++ -O2 -std=c++17 bench/page_evhttp.cpp -o build/bench/bin/page_evhttp $(pkg-config --cflags --libs libevent)
 exec python3 tools/page_bench.py build/bench examples/page_server/site "${1:-7}"

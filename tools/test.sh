@@ -31,8 +31,7 @@ rm -f "$passed"
 
 for kind in $kinds; do
     say "building: $kind"
-    cmake --preset "$kind" > "build-$kind.log" 2>&1 || { cat "build-$kind.log"; rm "build-$kind.log"; exit 1; }
-    rm "build-$kind.log"
+    sh tools/configure.sh "$kind"
     cmake --build "build/$kind" -j "$jobs"
 done
 
