@@ -74,15 +74,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     lexer copy;
     unsigned count = 0;
     for (int ends = 0; ends < 2; ++count) {
-        naive::token n = { 0, 0, "", 0 };
         std::string message = "none";
         std::string expected_message = "none";
         token t;
-        try {
-            n = expected.next();
-        } catch (const naive::lexical_error& e) {
-            expected_message = e.message;
-        }
+        const naive::token n = expected.next(expected_message);
         try {
             const int code = l->get_token(&t);
             if (how & put_back && count % 3 == 0) {

@@ -39,6 +39,17 @@ public:
     std::size_t pos() const { return pos_; }
     int line() const { return line_; }
 
+    /// The next token; where there is none but an error, `message` tells it.
+    token next(std::string& message)
+    {
+        try {
+            return next();
+        } catch (const lexical_error& e) {
+            message = e.message;
+            return { 0, 0, "", 0 };
+        }
+    }
+
     token next()
     {
         for (;;) {
