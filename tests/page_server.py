@@ -411,6 +411,18 @@ def peers_that_do_not_read_get_what_they_asked(server):
     expect([len(a[2]) for a in answers], [200000 * 41] * n, "large answers")
 
 
+def what_follows_a_refusal_is_taken(server):
+    """A connection closed while its peer still sends is reset, and the peer may lose the answer."""
+    with server.connect() as s:
+        s.sendall(b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 300000\r\n\r\n")
+        answers = s.recv(1 << 16)
+        for _ in range(10):
+            s.sendall(b"x" * 10000)
+            time.sleep(0.005)
+        s.shutdown(socket.SHUT_WR)
+        expect([a[0] for a in split_answers(answers + read_all(s))], [413], "a body that is too long")
+
+
 def the_shell_answers(server):
     got = server.admin("status", "", "dance", 'status "', "language german", "status\r")
     lines = got.split("\n")
@@ -582,8 +594,9 @@ def requests(args):
                      hostile_heads_get_what_they_deserve, whatever_comes_is_answered_or_refused,
                      script_errors_stay_in_the_log, changed_scripts_are_compiled_again, scripts_may_go_and_come,
                      connections_are_kept,
-                     requests_are_pipelined, peers_that_do_not_read_get_what_they_asked, the_shell_answers,
-                     open_requests_are_finished, lines_go_to_all_sinks):
+                     requests_are_pipelined, peers_that_do_not_read_get_what_they_asked,
+                     what_follows_a_refusal_is_taken, the_shell_answers, open_requests_are_finished,
+                     lines_go_to_all_sinks):
             began = time.monotonic()
             case(server)
             print("%-45s %4.1f s" % (case.__name__, time.monotonic() - began), flush=True)
