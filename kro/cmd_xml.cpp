@@ -213,17 +213,9 @@ int save(const xml_file& file, const std::string& text)
     return r < 0 ? report_error_in(file.path, r) : exit_success;
 }
 
-int print_pretty(xml_file& file, const arguments&)
-{
-    const int status = load(file);
-    return status == exit_success ? print_text(printed(file.doc, true)) : status;
-}
+int print_pretty(xml_file& file, const arguments&) { return print_text(printed(file.doc, true)); }
 
-int print_compact(xml_file& file, const arguments&)
-{
-    const int status = load(file);
-    return status == exit_success ? print_text(printed(file.doc, false)) : status;
-}
+int print_compact(xml_file& file, const arguments&) { return print_text(printed(file.doc, false)); }
 
 int read_events(const xml_file& file, failure& failed)
 {
@@ -234,7 +226,7 @@ int read_events(const xml_file& file, failure& failed)
     return in.read_doc(&printer);
 }
 
-int print_events(xml_file& file, const arguments&)
+int print_events(const xml_file& file)
 {
     failure failed;
     const int r = read_events(file, failed);
@@ -244,17 +236,12 @@ int print_events(xml_file& file, const arguments&)
 
 int print_nodes(xml_file& file, const arguments&)
 {
-    const int status = load(file);
-    if (status == exit_success)
-        print_tree(*file.doc.all());
-    return status;
+    print_tree(*file.doc.all());
+    return exit_success;
 }
 
 int get(xml_file& file, const arguments& words)
 {
-    const int status = load(file);
-    if (status != exit_success)
-        return status;
     share_str value;
     const int r = file.doc.all()->get_value(words[0].c_str(), value);
     if (r < 0)
@@ -282,9 +269,6 @@ bool is_restored(const std::string& text, const std::string& path, const std::st
 
 int set(xml_file& file, const arguments& words)
 {
-    const int status = load(file);
-    if (status != exit_success)
-        return status;
     const int r = file.doc.all()->set_value(words[0].c_str(), words[1].c_str());
     if (r < 0)
         return report_path(file, words[0], r);
@@ -296,9 +280,6 @@ int set(xml_file& file, const arguments& words)
 
 int rm(xml_file& file, const arguments& words)
 {
-    const int status = load(file);
-    if (status != exit_success)
-        return status;
     const int r = file.doc.all()->rmdir(words[0].c_str());
     if (r < 0)
         return report_path(file, words[0], r);
@@ -309,11 +290,11 @@ int rm(xml_file& file, const arguments& words)
     return save(file, text);
 }
 
-// The options that print, and the actions.
+// The options that print a document, and the actions on it.
 const struct {
     const char* name;
     int (*run)(xml_file& file, const arguments& words);
-} prints[] = { { "pretty", print_pretty }, { "compact", print_compact }, { "events", print_events }, { "tree", print_nodes } },
+} prints[] = { { "pretty", print_pretty }, { "compact", print_compact }, { "tree", print_nodes } },
   actions[] = { { "get", get }, { "set", set }, { "rm", rm } };
 
 int run_action(xml_file& file, const command_words& words)
@@ -333,6 +314,11 @@ int xml_command(const command_words& words)
     const int r = read_whole_file(file.path, file.text);
     if (r < 0)
         return report_error_in(file.path, r);
+    if (words.has("events"))
+        return print_events(file);
+    const int status = load(file);
+    if (status != exit_success)
+        return status;
     if (words.operands.size() > 1)
         return run_action(file, words);
     for (const auto& print : prints)
