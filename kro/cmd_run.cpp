@@ -61,6 +61,13 @@ int run_to_file(xpp::xmachine& machine, const script& s, const command_words& wo
     return status;
 }
 
+/// Fills the machine with the script of that path, or prints what is wrong. Returns the exit status.
+int load_and_compile(xpp::xmachine& machine, script& s, const std::string& path)
+{
+    const int loaded = s.load(path);
+    return loaded < 0 ? report_unreadable(s, loaded) : compile(machine, s);
+}
+
 } // namespace
 
 int run_command(const command_words& words)
@@ -75,10 +82,7 @@ int run_script(const command_words& words)
     xpp::xmachine machine;
     define(machine.get_field(), read_definitions(words));
     script s;
-    const int loaded = s.load(words.operands[0]);
-    if (loaded < 0)
-        return report_unreadable(s, loaded);
-    const int status = compile(machine, s);
+    const int status = load_and_compile(machine, s, words.operands[0]);
     if (status != exit_success)
         return status;
     return words.has("out") ? run_to_file(machine, s, words) : run(machine, s);
@@ -87,11 +91,8 @@ int run_script(const command_words& words)
 int list_command(const command_words& words)
 {
     script s;
-    const int loaded = s.load(words.operands[0]);
-    if (loaded < 0)
-        return report_unreadable(s, loaded);
     xpp::xmachine machine;
-    const int status = compile(machine, s);
+    const int status = load_and_compile(machine, s, words.operands[0]);
     if (status == exit_success)
         machine.print_list(std::cout, &s.lexer);
     return status;
