@@ -70,6 +70,7 @@ private:
     void tick();
     void show();
     void take_away();
+    void take_away_for_good();
 
     const bool has_terminal_ = is_shown_error();
     const bool shares_terminal_ = has_terminal_ && is_shown_output();
@@ -124,12 +125,7 @@ void line::start()
 
 void line::stop()
 {
-    {
-        const std::lock_guard<std::mutex> guard(lock_);
-        is_over_ = true;
-        take_away();
-        over_.notify_all();
-    }
+    take_away_for_good();
     if (ticker_.joinable())
         ticker_.join();
 }
@@ -171,14 +167,18 @@ void line::take_away()
     width_ = 0;
 }
 
-void line::before_output()
+void line::take_away_for_good()
 {
-    if (!shares_terminal_)
-        return;
     const std::lock_guard<std::mutex> guard(lock_);
     is_over_ = true;
     take_away();
     over_.notify_all();
+}
+
+void line::before_output()
+{
+    if (shares_terminal_)
+        take_away_for_good();
 }
 
 void line::print(std::FILE* to, const std::string& lines)
