@@ -644,6 +644,7 @@ TEST(rnfa_maker, fragments_of_its_own_kind_travel_through_the_parser)
 
         void release(rbase* node) { doRevoke(node); }
         using rnfa_maker::alloc_nfa;
+        using rnfa_maker::onConnect;
         using rnfa_maker::revoke_nfa;
 
     protected:
@@ -662,6 +663,13 @@ TEST(rnfa_maker, fragments_of_its_own_kind_travel_through_the_parser)
     maker.release(nullptr);
     EXPECT_EQ(0, maker.expr(&node, "d"));
     delete node;
+    node = maker.onConnect(maker.onConnect(nullptr, 'a'), 'b'); // behind nothing a byte is an atom
+    const auto two_atoms = dynamic_cast<rnfa*>(node);
+    ASSERT_NE(nullptr, two_atoms);
+    two_atoms->set_expr(1);
+    EXPECT_TRUE(two_atoms->match("ab"));
+    EXPECT_FALSE(two_atoms->match("b"));
+    maker.release(node);
     rnfa* fragment = maker.alloc_nfa();
     EXPECT_EQ("0>1 0 1", text_of(*fragment));
     fragment->connect_repeat('*');
