@@ -1,6 +1,7 @@
 // Children when single system calls fail or are interrupted: what the
 // POSIX side of the door gives back then.
 #include "../read_all.h"
+#include "../record_pipe.h"
 #include "allocation_failure.h"
 #include "call_failure.h"
 #include "interruptions.h"
@@ -242,26 +243,10 @@ TEST(a_child, is_suspended_127_times_at_the_most)
     EXPECT_FALSE(has_children());
 }
 
-/// While it lives the standard input is closed.
-class closed_standard_input {
-public:
-    closed_standard_input() : kept_(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10)) { close(STDIN_FILENO); }
-    closed_standard_input(const closed_standard_input&) = delete;
-    closed_standard_input& operator=(const closed_standard_input&) = delete;
-    ~closed_standard_input()
-    {
-        __real_dup2(kept_, STDIN_FILENO);
-        close(kept_);
-    }
-
-private:
-    const int kept_;
-};
-
 TEST(a_pipe, stays_away_from_standard_descriptors_that_are_closed)
 {
     for (const bool suspended : { false, true }) {
-        const closed_standard_input input;
+        const closed_descriptor input(STDIN_FILENO);
         const int before = open_descriptors();
         process p;
         std::FILE* out = p.start("/bin/echo", nullptr, "echo \"a word\"", "r", suspended);
@@ -339,7 +324,7 @@ TEST(a_child, that_no_signal_reaches_goes_on_as_it_was)
 
 TEST(a_pipe, is_not_made_when_it_cannot_stay_away_from_standard_descriptors)
 {
-    const closed_standard_input input;
+    const closed_descriptor input(STDIN_FILENO);
     const int before = open_descriptors();
     for (const char* mode : { "r", "w" }) {
         std::string calls;
