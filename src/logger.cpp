@@ -35,17 +35,11 @@ logctx* current_context = &builtin_context;
 log_writer* current_writer = nullptr;
 bool is_writer_set = false; // before, it is the default one
 
-log_writer* default_writer()
+// Made at the first use and never destroyed: a program may log until its very end.
+template <class OBJECT> OBJECT* the_default()
 {
-    alignas(log_writer) static unsigned char place[sizeof(log_writer)];
-    static log_writer* const made = new (place) log_writer;
-    return made;
-}
-
-log_formatter* default_formatter()
-{
-    alignas(log_formatter) static unsigned char place[sizeof(log_formatter)];
-    static log_formatter* const made = new (place) log_formatter;
+    alignas(OBJECT) static unsigned char place[sizeof(OBJECT)];
+    static OBJECT* const made = new (place) OBJECT;
     return made;
 }
 
@@ -118,7 +112,7 @@ void log_writer::write(const logctx& ctx, err_level level, const char* fmt, va_l
     line[0] = '\0';
     if (formatter_)
         std::memset(line, 0, sizeof line); // a user's formatter may not terminate
-    log_formatter* const formatter = formatter_ ? formatter_ : default_formatter();
+    log_formatter* const formatter = formatter_ ? formatter_ : the_default<log_formatter>();
     formatter->format(line, sizeof line, ctx, level, fmt, arguments);
     line[sizeof line - 1] = '\0';
     writer* const sink = writer_ ? writer_ : &DBGDC::dc().get_writer();
@@ -134,7 +128,7 @@ writer* log_writer::set_writer(writer* sink)
 
 log_formatter* log_writer::set_formatter(log_formatter* formatter)
 {
-    log_formatter* const before = formatter_ ? formatter_ : default_formatter();
+    log_formatter* const before = formatter_ ? formatter_ : the_default<log_formatter>();
     formatter_ = formatter;
     return before;
 }
@@ -147,7 +141,7 @@ log_writer* logger::set_writer(log_writer* w)
     return before;
 }
 
-log_writer* logger::get_writer() { return is_writer_set ? current_writer : default_writer(); }
+log_writer* logger::get_writer() { return is_writer_set ? current_writer : the_default<log_writer>(); }
 
 logctx* logger::set_def_ctx(logctx* ctx)
 {
