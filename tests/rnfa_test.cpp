@@ -645,6 +645,7 @@ TEST(rnfa_maker, fragments_of_its_own_kind_travel_through_the_parser)
         void release(rbase* node) { doRevoke(node); }
         using rnfa_maker::alloc_nfa;
         using rnfa_maker::onConnect;
+        using rnfa_maker::onRep;
         using rnfa_maker::revoke_nfa;
 
     protected:
@@ -669,6 +670,10 @@ TEST(rnfa_maker, fragments_of_its_own_kind_travel_through_the_parser)
     two_atoms->set_expr(1);
     EXPECT_TRUE(two_atoms->match("ab"));
     EXPECT_FALSE(two_atoms->match("b"));
+    EXPECT_EQ(node, maker.onRep(node, '+'));
+    EXPECT_TRUE(two_atoms->match("abab"));
+    for (const char op : { '*', '+', '?' })
+        EXPECT_EQ(nullptr, maker.onRep(nullptr, op)); // nothing repeated is nothing
     maker.release(node);
     rnfa* fragment = maker.alloc_nfa();
     EXPECT_EQ("0>1 0 1", text_of(*fragment));
