@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <new>
 
@@ -128,14 +127,9 @@ __attribute__((noinline)) int wait_asleep(semaphore_record record, unsigned limi
 
 bool open_named_semaphore(const char* name, const semaphore_block& block, named_object* object)
 {
-    name = name_proper(name);
-    if (!name) {
-        fail_with(ENOENT);
-        return false;
-    }
     object_head wanted {};
-    wanted.kind = semaphore_object;
-    std::strcpy(wanted.name, name);
+    if (!name_object(name, semaphore_object, &wanted))
+        return false;
     wanted.counts.count.store(block.counts.count.load());
     wanted.counts.maximum = block.counts.maximum;
     try {

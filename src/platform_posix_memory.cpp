@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
@@ -146,13 +145,8 @@ void* add_named_memory(const named_object& object, unsigned rights)
 void* create_named_memory(void* file, const char* name, unsigned size, unsigned protection)
 {
     object_head wanted {};
-    name = name_proper(name);
-    if (!name) {
-        fail_with(ENOENT);
+    if (!name_object(name, memory_object, &wanted))
         return nullptr;
-    }
-    wanted.kind = memory_object;
-    std::strcpy(wanted.name, name);
     wanted.size = size;
     wanted.protection = protection;
     const bool has_file = !is_no_file(file);
@@ -168,14 +162,9 @@ void* open_named_memory(const char* name, unsigned access)
 {
     object_head wanted {};
     named_object object;
-    name = name_proper(name);
-    if (!name) {
-        fail_with(ENOENT);
+    if (!name_object(name, memory_object, &wanted) || !open_object(wanted, false, 0, &object))
         return nullptr;
-    }
-    wanted.kind = memory_object;
-    std::strcpy(wanted.name, name);
-    return open_object(wanted, false, 0, &object) ? add_named_memory(object, access & (readable | writable)) : nullptr;
+    return add_named_memory(object, access & (readable | writable));
 }
 
 void* create_anonymous_memory(void* file, unsigned size, unsigned protection)

@@ -138,9 +138,8 @@ object_head* join_object(int fd, const object_head& wanted)
     return head;
 }
 
-} // namespace
-
-const char* posix::name_proper(const char* name)
+// The part of a name that counts; null for a bad name.
+const char* name_proper(const char* name)
 {
     constexpr char local[] = "Local\\";
     constexpr char global[] = "Global\\";
@@ -150,6 +149,20 @@ const char* posix::name_proper(const char* name)
         name += sizeof local - 1;
     const bool is_global = std::strncmp(name, global, sizeof global - 1) == 0;
     return std::strchr(is_global ? name + sizeof global - 1 : name, '\\') ? nullptr : name;
+}
+
+} // namespace
+
+bool posix::name_object(const char* name, object_kind kind, object_head* wanted)
+{
+    const char* const proper = name_proper(name);
+    if (!proper) {
+        fail_with(ENOENT);
+        return false;
+    }
+    wanted->kind = kind;
+    std::strcpy(wanted->name, proper);
+    return true;
 }
 
 bool posix::open_object(const object_head& wanted, bool make, size_t size, named_object* object)

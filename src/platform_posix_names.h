@@ -52,9 +52,10 @@ struct named_object {
     object_head* head; // null: not a named object
 };
 
-// The part of a name that counts: "Local\" says what is so anyway, "Global\"
-// makes another name, no other backslash may stand in one. Null for a bad name.
-const char* name_proper(const char* name);
+// Gives the head a kind and the part of a name that counts: "Local\" says what is so
+// anyway, "Global\" makes another name, no other backslash may stand in one. False, with
+// an error, for a bad name.
+bool name_object(const char* name, object_kind kind, object_head* wanted);
 
 // The object of the name and kind that `wanted` has. One that nobody holds is
 // made, with `size` bytes behind its head, when `make` says so.
