@@ -4,7 +4,7 @@
     bench_table.py TARGETS.csv RESULT.json...
 
 Benchmarks are named SUBJECT/CASE/WHO where WHO is "ours" or a peer's name. Times
-are medians of the repetitions of one run; the ratio is the peer's time over ours.
+are medians of all repetitions in all files; the ratio is the peer's time over ours.
 """
 import collections
 import csv
