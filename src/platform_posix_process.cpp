@@ -47,9 +47,11 @@ std::list<child_record>& children()
     return list;
 }
 
-std::list<child_record>::iterator find_child(pid_t id)
+// Null when it is not known.
+child_record* find_child(pid_t id)
 {
-    return std::find_if(children().begin(), children().end(), [id](const child_record& c) { return c.id == id; });
+    const auto found = std::find_if(children().begin(), children().end(), [id](const child_record& c) { return c.id == id; });
+    return found == children().end() ? nullptr : &*found;
 }
 
 // waitpid, gone on after an interruption.
@@ -67,6 +69,16 @@ bool has_ended_unread(pid_t id)
 {
     siginfo_t info {};
     return waitid(P_PID, static_cast<id_t>(id), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == id;
+}
+
+// Null, and the error set, when it is not known or has ended.
+child_record* find_running(pid_t id)
+{
+    child_record* const found = find_child(id);
+    if (found && !has_ended_unread(id))
+        return found;
+    errno = ESRCH;
+    return nullptr;
 }
 
 // Waits until a child stops or ends.
@@ -407,9 +419,9 @@ int sys_process_suspend(const sys_process* child)
 {
     reap_forgotten();
     const std::lock_guard<std::mutex> guard(children_lock);
-    const auto found = find_child(child->id);
-    if (found == children().end() || has_ended_unread(child->id))
-        return fail_with(ESRCH);
+    child_record* const found = find_running(child->id);
+    if (!found)
+        return fail();
     if (found->suspensions == most_suspensions)
         return fail_with(EOVERFLOW);
     if (found->suspensions == 0) {
@@ -424,9 +436,9 @@ int sys_process_resume(const sys_process* child)
 {
     reap_forgotten();
     const std::lock_guard<std::mutex> guard(children_lock);
-    const auto found = find_child(child->id);
-    if (found == children().end() || has_ended_unread(child->id))
-        return fail_with(ESRCH);
+    child_record* const found = find_running(child->id);
+    if (!found)
+        return fail();
     if (found->suspensions == 0)
         return 0;
     if (found->suspensions == 1 && kill(child->id, SIGCONT) != 0)
@@ -438,8 +450,7 @@ void sys_process_close(const sys_process* child)
 {
     {
         const std::lock_guard<std::mutex> guard(children_lock);
-        const auto found = find_child(child->id);
-        if (found != children().end())
+        if (child_record* const found = find_child(child->id))
             found->forgotten = true;
     }
     reap_forgotten();
