@@ -1,5 +1,6 @@
 // kro proc: runs a program as the library does.
 #include "commands.h"
+#include "console.h"
 #include "files.h"
 #include "progress.h"
 #include "quoted.h"
@@ -62,16 +63,17 @@ int report_system_error(int code)
 }
 
 // Gives the child a file to read; a child that does not want it all is its own affair.
-void feed(std::FILE* file, std::FILE* child)
+void feed(std::FILE* file, std::FILE* child, progress& work)
 {
     char block[1 << 16];
     std::size_t n;
-    while ((n = std::fread(block, 1, sizeof block, file)) > 0 && std::fwrite(block, 1, n, child) == n) {
-    }
+    while ((n = std::fread(block, 1, sizeof block, file)) > 0 && std::fwrite(block, 1, n, child) == n)
+        work.add(0, n);
 }
 
 int run_with_input(const program& p, const char* directory, const std::string& path)
 {
+    progress work("running " + p.application, progress::unless_output_is_seen);
     const file_pointer file(std::fopen(path.c_str(), "rb"));
     if (!file)
         return report_error(err::file_system, (path + ": " + get_err_info(err::file_system)).c_str());
@@ -79,13 +81,16 @@ int run_with_input(const program& p, const char* directory, const std::string& p
     file_pointer input(child.start(p.application.c_str(), directory, p.command_line.c_str(), "wb", false));
     if (!input)
         return report_system_error(err::execute_process);
-    feed(file.get(), input.get());
+    feed(file.get(), input.get(), work);
     input.reset(); // the end of what the child reads
     return child.wait_done();
 }
 
+// At a terminal the program may ask a person, who types there.
 int run_program(const program& p, const char* directory)
 {
+    const progress work("running " + p.application, progress::unless_output_is_seen);
+    const lent_terminal typing(is_typed_input());
     process child;
     if (!child.start(p.application.c_str(), directory, p.command_line.c_str()))
         return report_system_error(err::execute_process);
@@ -94,7 +99,6 @@ int run_program(const program& p, const char* directory)
 
 int run(const command_words& words)
 {
-    const lent_terminal child(true);
     const std::string directory = words.text("dir");
     const std::string input = words.text("in");
     const program p = read_program(words.operands);

@@ -219,14 +219,14 @@ class Fifo(Hold):
 
 
 class Gate(Hold):
-    """The program that it measures waits."""
+    """The program that it runs or measures waits."""
 
     def release(self, said):
         gate = os.path.join(self.folder, "gate")
         open(os.path.join(self.folder, "released"), "w").close()
         # Opened for both, it lets every reader in.
         self.gate = os.open(gate, os.O_RDWR)
-        os.write(self.gate, b"\n" * 2)  # the others may be faster
+        os.write(self.gate, b"\n" * 4)  # the others may be faster
 
     def output(self):
         text = super().output()
@@ -324,6 +324,8 @@ SHOWN = [
     (["net", "addr", "127.0.0.1:80"], FullPipe, r"kro: net, \d+ s", ""),
     (["net", "send"], Receiver, r"kro: sending, \d+ s", ""),
     (["net", "ping", "-u", "-n", str(ROUNDS)], SilentPeer, r"kro: measuring, \d+ %, 0 round trips, \d+ s", ""),
+    (["proc", "run", "/bin/sh", "once"], Gate, r"kro: running /bin/sh, \d+ s", ""),
+    (["proc", "run", "--in", "big.txt", "/bin/cat"], FullPipe, r"kro: running /bin/cat, 57\.0 kB, \d+ s", ""),
     (["proc", "time", "/bin/sh", "once"], Gate, r"kro: measuring, 0 %, 0 runs, \d+ s", ""),
 ]
 

@@ -67,8 +67,8 @@ def manual(commands):
            "writes logs, serves sockets and runs programs. Options may stand anywhere behind the command's name;",
            ".B \\-\\-", "ends them.", ".PP",
            "A command that works for more than two seconds shows on standard error, where that is a terminal, what it",
-           "does, how far that is and for how long. There is no such line while a person types, beside output on the",
-           "same terminal, while \\fBkro proc run\\fR has given the terminal to its program, and in the background.",
+           "does, how far that is and for how long. There is no such line while a person types, or may type to the program",
+           "of \\fBkro proc run\\fR, beside output on the same terminal, and in the background.",
            ".SH COMMANDS"]
     for command in commands:
         out += [".SS %s" % roff(command.name)]
