@@ -129,13 +129,17 @@ void mixed_writer::write(const char* text)
 
 bool mixed_writer::is_valid() const { return true; }
 
-// The order shows where sinks tell on standard output that they could not open.
+// The order shows where sinks tell on standard output that they could not open. Each old sink is
+// deleted first: its file may be the same one.
 void mixed_writer::open(int mask)
 {
+    close(mask & 1);
     if (mask & 1)
         put(0, new (std::nothrow) con_writer);
+    close(mask & 4);
     if (mask & 4)
         put(2, new (std::nothrow) udp_writer);
+    close(mask & 2);
     if (mask & 2)
         put(1, new (std::nothrow) file_writer);
 }
@@ -153,13 +157,13 @@ bool mixed_writer::open(int mask, writer* sink)
 
 bool mixed_writer::open_udp(const char* host, int port)
 {
+    put(2, nullptr);
     put(2, new (std::nothrow) udp_writer(host, port));
     return slots_[2] && slots_[2]->is_valid();
 }
 
 bool mixed_writer::open_file(const char* path, const char* mode)
 {
-    // The old file is closed first: it may be the same one.
     put(1, nullptr);
     put(1, new (std::nothrow) file_writer(path, mode));
     return slots_[1] && slots_[1]->is_valid();

@@ -336,6 +336,18 @@ TEST(mixed_writer, replaces_default_sinks_when_they_are_opened_again)
     mixed.close(65535);
 }
 
+TEST(mixed_writer, ends_the_old_file_before_the_new_one_begins)
+{
+    const scratch_folder folder;
+    mixed_writer mixed(2);
+    mixed.write("a\n");
+    mixed.open(2);
+    mixed.write("b\n");
+    mixed.close(2);
+    const string text = text_of(dated_name());
+    EXPECT_TRUE(matches(text, begin_banner + "a\n" + end_banner + begin_banner + "b\n" + end_banner)) << text;
+}
+
 TEST(mixed_writer, opens_a_file_and_a_receiver_of_the_callers_choice)
 {
     const scratch_folder folder;
