@@ -84,6 +84,19 @@ bool format_arguments::read(const char* fmt)
     return letters_[sizeof letters_ - 1] == '\0';
 }
 
+// Wider than the conversions that are known: whatever may stand between '%' and its letter.
+bool writes_to_memory(const char* fmt)
+{
+    for (const char* p = std::strchr(fmt, '%'); p; p = std::strchr(p, '%')) {
+        p = skip(p + 1, "-+ #0123456789'*.$hljztLqIw");
+        if (*p == 'n')
+            return true;
+        if (*p == '%')
+            ++p;
+    }
+    return false;
+}
+
 void log_map::add(const share_str& name, err_level level, const share_str& value)
 {
     const format_arguments wanted(name.c_str()), given(value.c_str());

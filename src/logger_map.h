@@ -32,6 +32,9 @@ private:
     bool is_known_;
 };
 
+/// Whether printf would write to memory for this format, as "%n" has it do.
+bool writes_to_memory(const char* fmt);
+
 class log_map {
 public:
     /// Makes the map of the <log> children of `root`, which may be null. A status code; what was read

@@ -142,7 +142,7 @@ int log_table::read_message(const attributes& from, unsigned number)
     if (text.isempty() || level == lv_none)
         return err::syntax;
     // A text that would have printf write to memory acts as one that is not there.
-    const bool is_usable = format_arguments(text.c_str()).is_known();
+    const bool is_usable = !writes_to_memory(text.c_str());
     entries_[number] = { level, is_usable ? copy_of(text.c_str()) : nullptr };
     return is_usable && !entries_[number].fmt ? err::out_of_memory : err::ok;
 }

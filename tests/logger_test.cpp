@@ -437,6 +437,11 @@ TEST(log_table, takes_the_block_of_its_language)
         << "without the attribute the node is a block itself";
 }
 
+string one_message(const char* fmt)
+{
+    return string("<lang langid=\"x\"><log type=\"hint\" fmt=\"") + fmt + "\"/><end/></lang>";
+}
+
 TEST(log_table, refuses_formats_that_write_to_memory)
 {
     log_table table;
@@ -444,6 +449,20 @@ TEST(log_table, refuses_formats_that_write_to_memory)
                                               "<log type=\"hint\" fmt=\"100%% of %s\"/><end/></lang>").root()));
     EXPECT_EQ(default_text, message_text(table, 1));
     EXPECT_EQ("1 100%% of %s", message_text(table, 2));
+    for (const char* fmt : { "%hn", "%-5n", "%lln", "%1$n", "%*.3n", "%%%n", "%d and %I64n" }) {
+        EXPECT_EQ(0, table.read_language(xml_text(one_message(fmt)).root())) << fmt;
+        EXPECT_EQ(default_text, message_text(table, 1)) << fmt;
+    }
+}
+
+TEST(log_table, takes_every_other_format)
+{
+    log_table table;
+    const string many(100, '%');
+    for (const char* fmt : { "100%%new", "%ls", "%m", "%y", "100%", "% ", "%1$d", "%%n", many.c_str() }) {
+        EXPECT_EQ(0, table.read_language(xml_text(one_message(fmt)).root())) << fmt;
+        EXPECT_EQ(string("1 ") + fmt, message_text(table, 1)) << fmt;
+    }
 }
 
 TEST(log_table, copies_deeply_and_clears)
