@@ -21,14 +21,16 @@ using offset = std::streamoff;
 /// A file that is read forwards, with steps back.
 class window {
 public:
-    explicit window(const std::string& path) : in_(path, std::ios::binary | std::ios::ate), chunk_(1 << 16)
+    explicit window(const std::string& path) : in_(path, std::ios::binary), chunk_(1 << 16)
     {
         if (!in_)
             throw xrterror(err::file_system, "cannot read '%s'", path.c_str());
-        whole_ = in_.tellg();
+        whole_ = in_.seekg(0, std::ios::end).tellg();
+        if (whole_ < 0)
+            throw xrterror(err::file_system, "'%s' cannot be read twice: scan wants a file, not a pipe", path.c_str());
     }
 
-    /// The size of the file as it was opened; negative when it is not known.
+    /// The size of the file as it was opened.
     offset whole() const { return whole_; }
 
     /// The bytes at hand from `at` on; their number, 0 at the end of the file.
@@ -174,7 +176,7 @@ void add_line(rnfa& all, const std::string& line, std::size_t first, const std::
 {
     char* end;
     const long rule = std::strtol(line.c_str() + first, &end, 10);
-    const std::size_t pattern = line.find_first_not_of(" \t", static_cast<std::size_t>(end - line.c_str()));
+    const std::size_t pattern = line.find_first_not_of(" \t\r", static_cast<std::size_t>(end - line.c_str()));
     if (end == line.c_str() + first || (*end != ' ' && *end != '\t') || pattern == std::string::npos)
         throw xrterror(err::syntax, "%s: a rule is a number and a pattern", place.c_str());
     if (rule < 0 || rule > 32767)
@@ -201,6 +203,8 @@ void read_rules(const std::string& path, rdfa& rules)
         if (first != std::string::npos && line[first] != '#')
             add_line(all, line, first, path + ":" + std::to_string(number));
     }
+    if (in.bad())
+        throw xrterror(err::file_system, "cannot read '%s'", path.c_str());
     if (all.start() < 0)
         throw xrterror(err::syntax, "%s: no rules", path.c_str());
     build(rules, all);

@@ -10,7 +10,7 @@
 //     (a|b)c     grouping                   {:digit:}    a named class
 //     \n \65 \*  an escaped byte: a letter, a decimal number, the byte itself
 //
-// A pattern ends at the first blank, tab, line end or NUL outside quotes and sets.
+// A pattern ends at the first blank, tab, line end or NUL behind an element, outside quotes and sets.
 #ifndef STDKRO_RNFA_H
 #define STDKRO_RNFA_H
 
