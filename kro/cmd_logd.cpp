@@ -12,7 +12,20 @@
 
 namespace {
 
-// The lines of one datagram, each with time and sender. What could steer a terminal becomes "?".
+// What could steer a terminal becomes "?": control characters, and those that UTF-8 has in two bytes.
+void make_harmless(std::string& line)
+{
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const auto c = static_cast<unsigned char>(line[i]);
+        const auto next = i + 1 < line.size() ? static_cast<unsigned char>(line[i + 1]) : 0;
+        if (c == 0xC2 && next >= 0x80 && next < 0xA0)
+            line.replace(i, 2, "?");
+        else if ((c < ' ' && c != '\t') || c == 127)
+            line[i] = '?';
+    }
+}
+
+// The lines of one datagram, each with time and sender.
 std::string lines_of(const std::string& text, const std::string& origin)
 {
     std::string lines;
@@ -20,9 +33,7 @@ std::string lines_of(const std::string& text, const std::string& origin)
     do {
         const std::size_t end = text.find('\n', begin);
         std::string line = text.substr(begin, end - begin);
-        for (char& c : line)
-            if (static_cast<unsigned char>(c) < ' ' && c != '\t')
-                c = '?';
+        make_harmless(line);
         lines += origin + " " + line + "\n";
         begin = end == std::string::npos ? text.size() : end + 1;
     } while (begin < text.size());
@@ -63,24 +74,23 @@ int receive(Socket& receiver, std::FILE* file, int most)
 
 int logd_command(const command_words& words)
 {
-    const int port = words.number("port", 7906);
-    const std::string host = words.text("host", "127.0.0.1");
+    start_sockets();
+    const std::string place = words.text("host", "127.0.0.1") + ":" + std::to_string(words.number("port", 7906));
+    SockAddr address = read_address(place);
     const std::string out = words.text("out");
     const int most = words.number("count", 0); // 0: all
     const file_pointer file(out.empty() ? nullptr : std::fopen(out.c_str(), "a"));
     if (!out.empty() && !file)
         return report_error_in(out, err::file_system);
 
-    start_sockets();
     Socket receiver;
-    SockAddr address(host.c_str(), static_cast<unsigned short>(port));
     int r = receiver.create(2, 2, 0);
     if (r >= 0)
         r = receiver.bind(address);
     if (r >= 0)
         r = receiver.getself(address);
     if (r < 0)
-        return report_error_in(host + ":" + std::to_string(port), r);
+        return report_error_in(place, r);
     print_message("listening on %s\n", address.get_addr().c_str());
     return receive(receiver, file.get(), most);
 }

@@ -24,22 +24,30 @@ public:
 
     int onBeginNode(const share_str& name, attributes& attrs) override
     {
-        const int depth = depth_++;
-        if (depth == 0)
+        if (depth_ == 0)
             is_container_ = attrs.find_attr("language") != nullptr;
-        const int block_depth = is_container_ ? 1 : 0;
-        if (depth == block_depth && (depth == 0 || name == "lang"))
+        if (depth_ == block_depth() && (depth_ == 0 || name == "lang"))
             begin_block(attrs);
-        else if (depth == block_depth + 1 && in_block_)
+        else if (is_child())
             child(name, attrs);
+        ++depth_;
         return 0;
     }
+
+    // What a table counts as children besides elements.
+    int onText(const share_str& text) override
+    {
+        const bool is_blank = text.c_str()[std::strspn(text.c_str(), " \t\r\n")] == '\0';
+        return is_blank ? 0 : other_child();
+    }
+    int onCDATA(const share_str&) override { return other_child(); }
+    int onPI(const share_str&, attributes&) override { return other_child(); }
 
     int onEndNode(xml_node_t) override
     {
         work_.reached(get_reader()->get_pos(), get_reader()->get_size());
         --depth_;
-        if (in_block_ && depth_ == (is_container_ ? 1 : 0))
+        if (in_block_ && depth_ == block_depth())
             end_block();
         return 0;
     }
@@ -58,6 +66,9 @@ public:
     }
 
 private:
+    int block_depth() const { return is_container_ ? 1 : 0; }
+    bool is_child() const { return in_block_ && depth_ == block_depth() + 1; }
+
     void begin_block(const attributes& attrs)
     {
         in_block_ = true;
@@ -71,6 +82,15 @@ private:
             problem("langid is neither english nor chinese: nobody takes this block");
         before_output();
         std::printf("%s\n", language.c_str());
+    }
+
+    int other_child()
+    {
+        if (is_child()) {
+            ++children_;
+            is_last_message_ = false;
+        }
+        return 0;
     }
 
     void child(const share_str& name, const attributes& attrs)
@@ -89,10 +109,23 @@ private:
             problem(place + " has no level: type is '" + type.c_str() + "'");
         if (text.isempty())
             problem(place + " has no fmt");
-        else if (std::strstr(text.c_str(), "%n"))
-            problem(place + " holds %n and is not used");
+        else if (!is_usable(text))
+            problem(place + " would have printf write to memory and is not used");
         before_output();
         std::printf("%5d %-6s %s\n", number_, type.c_str(), str::write_quote(text.c_str()).c_str());
+    }
+
+    // Asks a table that holds this text alone.
+    bool is_usable(const share_str& text)
+    {
+        xml_node block("lang", XML_ELEMENT);
+        block.get_attrs().write("langid", "");
+        xml_node* const log = block.add("log", XML_ELEMENT);
+        if (!log || !block.add("end", XML_ELEMENT))
+            return true; // no memory to ask
+        log->get_attrs().write("type", "hint");
+        log->get_attrs().write("fmt", text);
+        return table_.read_language(block) < 0 || table_[1].fmt != log_table::get_default().fmt;
     }
 
     void end_block()
@@ -121,6 +154,7 @@ private:
     int blocks_ = 0;
     int children_ = 0;
     int number_ = 0;
+    log_table table_;
 };
 
 } // namespace

@@ -19,18 +19,6 @@ const struct action {
     int (*run)(net_task& task);
 } actions[] = { { "echo", echo }, { "sink", sink }, { "send", send_input }, { "ping", ping } };
 
-// HOST:PORT, stricter than the library: a slip of the keyboard is not to become a broadcast.
-SockAddr read_address(const std::string& word)
-{
-    const std::size_t colon = word.find(':');
-    int port = 0;
-    SockAddr address;
-    if (colon == std::string::npos || !read_port(word.substr(colon + 1), port) || address.set_addr(word.c_str()) < 0
-        || address == SockAddr("255.255.255.255", static_cast<unsigned short>(port)))
-        throw usage_error { "'" + word + "' is no HOST:PORT" };
-    return address;
-}
-
 net_task read_task(const action& a, const command_words& words)
 {
     net_task task;
