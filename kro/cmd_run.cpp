@@ -1,6 +1,7 @@
 // kro run: compiles a script and runs it. kro list: shows its instructions.
 #include "commands.h"
 #include "definition.h"
+#include "files.h"
 #include "progress.h"
 #include "script.h"
 
@@ -44,7 +45,7 @@ int run(xpp::xmachine& machine, const script& s)
     if (run_shown(machine, s) < 0)
         return report_run_error(s, machine);
     machine.get_ostream()->flush();
-    return machine.get_ostream()->good() ? exit_success : report_error(err::file_system, "cannot write the output");
+    return machine.get_ostream()->good() ? exit_success : report_lost_output();
 }
 
 int run_to_file(xpp::xmachine& machine, const script& s, const command_words& words)

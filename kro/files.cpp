@@ -83,6 +83,8 @@ int read_whole_file(const std::string& path, std::string& bytes)
     return std::ferror(file.get()) ? err::file_system : err::ok;
 }
 
+int report_lost_output() { return report_error(err::file_system, "cannot write the output"); }
+
 int print_text(const std::string& text)
 {
     progress work("printing", progress::unless_output_is_seen);
@@ -91,7 +93,7 @@ int print_text(const std::string& text)
         work.reached(done, text.size());
         const std::size_t n = std::min(most, text.size() - done);
         if (std::fwrite(text.data() + done, 1, n, stdout) != n)
-            return report_error(err::file_system);
+            return report_lost_output();
     }
     return exit_success;
 }

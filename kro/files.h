@@ -19,6 +19,9 @@ int read_whole_file(const std::string& path, std::string& bytes);
 /// Prints the text. Returns the exit status.
 int print_text(const std::string& text);
 
+/// Tells that the output could not be written. Returns `exit_failure`.
+int report_lost_output();
+
 /// Replaces a file's content: the bytes go to a new file beside it, which then takes
 /// its name, so that the old content stays until the new one is on the disk. Keeps the
 /// permissions; a link stays a link. 0, or 0x80020002 with the old content in place.

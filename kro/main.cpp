@@ -1,10 +1,14 @@
 // kro: the languages of the library from a terminal.
 #include "command.h"
+#include "files.h"
 #include "progress.h"
 #include "usage.h"
 
+#include <stdkro/xcpt.h>
+
 #include <cstdio>
 #include <iostream>
+#include <new>
 
 namespace {
 
@@ -16,6 +20,17 @@ std::string command_name(const std::string& word)
     return word == "--version" ? "version" : word;
 }
 
+// Hands on what was printed; false when some of it is lost, as on a full disk. It may take long
+// until somebody takes it.
+bool flush_output()
+{
+    std::cout.flush();
+    const bool is_done = std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout.good();
+    std::cout.clear();
+    std::clearerr(stdout);
+    return is_done;
+}
+
 int run_shown(const command& c, const command_words& words)
 {
     const progress work(c.name, progress::unless_output_is_seen);
@@ -24,10 +39,8 @@ int run_shown(const command& c, const command_words& words)
         print_help(c);
     else
         status = c.run(words);
-    // It may take long until somebody takes the output.
-    std::cout.flush();
-    std::fflush(stdout);
-    return status;
+    const bool is_done = flush_output();
+    return is_done || status != exit_success ? status : report_lost_output();
 }
 
 } // namespace
@@ -39,6 +52,10 @@ int run_guarded(const command& c, const arguments& words)
     } catch (const usage_error& e) {
         print_message("kro %s: %s\n%s", c.name, e.message.c_str(), usage_of(c).c_str());
         return exit_usage;
+    } catch (const xcpt& e) {
+        return report_error(e.get_err(), e.what());
+    } catch (const std::bad_alloc&) {
+        return report_error(err::out_of_memory);
     }
 }
 
