@@ -60,6 +60,7 @@ const option_pattern names[] = {
     { "flag", 'f', 0, nullptr },   { "number", 'n', 0, nullptr }, { "text", 't', 0, nullptr },
     { "call", 'c', 0, nullptr },   { "object", 'o', 0, nullptr }, { "drop", '7', 0, nullptr },
     { "flag", 'n', 0, nullptr },   { "", 0, 0, nullptr },         { "wide", 0xE9, 0, nullptr },
+    { "far", 0x100 + 'x', 0, nullptr }, { "signed", 0xE8 - 0x100, 0, nullptr },
 };
 constexpr unsigned most_patterns = sizeof names / sizeof names[0];
 
@@ -103,8 +104,9 @@ int naive_match(const string& word, unsigned patterns)
     const string letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     if (name.size() != 1 || (word[0] == '-' && letters.find(name) == string::npos))
         return err::syntax;
+    const int c = static_cast<unsigned char>(name[0]);
     for (unsigned i = 0; i < patterns; ++i)
-        if (names[i].short_name == static_cast<unsigned char>(name[0]))
+        if (names[i].short_name == c || (c > 127 && names[i].short_name == c - 256))
             return static_cast<int>(i);
     return err::unexpected;
 }

@@ -24,13 +24,19 @@ int match_long(const char* name, const option_pattern* table)
     return err::unexpected;
 }
 
+// A byte above 127 may stand in the table as itself or as the negative char it is to most compilers.
+bool is_short_name(int short_name, char c)
+{
+    return short_name == static_cast<unsigned char>(c) || short_name == static_cast<signed char>(c);
+}
+
 int match_short(const char* name, const option_pattern* table)
 {
     if (name[0] == '\0' || name[1] != '\0')
         return err::syntax;
-    const unsigned char c = static_cast<unsigned char>(name[0]);
+    // The character is not 0, so that a pattern without a short name never is the one.
     for (int i = 0; table[i].name; ++i)
-        if (table[i].short_name != 0 && static_cast<unsigned char>(table[i].short_name) == c)
+        if (is_short_name(table[i].short_name, name[0]))
             return i;
     return err::unexpected;
 }

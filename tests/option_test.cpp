@@ -33,7 +33,8 @@ private:
 const option_pattern table[] = {
     { "verbose", 'v', option_flag, nullptr }, { "port", 'p', option_integer, nullptr },
     { "long-only", 0, option_flag, nullptr }, { "verbose", 'p', option_flag, nullptr },
-    { "", '9', option_flag, nullptr },        { nullptr, 'x', option_flag, nullptr },
+    { "", '9', option_flag, nullptr },        { "text", 't', option_text, nullptr },
+    { nullptr, 'x', option_flag, nullptr },
 };
 
 struct settings {
@@ -88,6 +89,29 @@ TEST(match_opt, follows_the_form_of_the_argument)
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.result, match_opt(c.argument, table)) << c.argument;
+}
+
+TEST(match_opt, compares_a_short_name_as_a_whole)
+{
+    static const struct {
+        int short_name;
+        const char* argument;
+        int result;
+    } cases[] = {
+        { 1, "\x01", 0 }, { 127, "\x7F", 0 },
+        // A byte above 127: as itself, or as a negative char.
+        { 0x80, "\x80", 0 }, { -0x80, "\x80", 0 }, { 0xE9, "/\xE9", 0 }, { 0xE9 - 0x100, "/\xE9", 0 },
+        { 0xFF, "\xFF", 0 }, { -1, "\xFF", 0 },
+        // What no char can be is no character's name, whatever its lower bits are.
+        { 0x100 + 'v', "-v", err::unexpected }, { 'v' - 0x100, "-v", err::unexpected },
+        { 0x10000 + 'v', "v", err::unexpected }, { INT_MIN + 'v', "/v", err::unexpected },
+        { 0x1E9, "\xE9", err::unexpected }, { 0xE9 - 0x200, "\xE9", err::unexpected },
+        { 0x7F - 0x100, "\x7F", err::unexpected }, { 0x100, "v", err::unexpected }, { 0, "v", err::unexpected },
+    };
+    for (const auto& c : cases) {
+        const option_pattern one[] = { { "name", c.short_name, option_flag, nullptr }, { nullptr, 0, 0, nullptr } };
+        EXPECT_EQ(c.result, match_opt(c.argument, one)) << c.short_name << " " << c.argument;
+    }
 }
 
 TEST(read_argv, stores_values_into_their_targets)
@@ -177,8 +201,8 @@ TEST(read_argv, stops_at_the_first_argument_it_cannot_use)
 
 TEST(read_argv, needs_neither_position_nor_targets)
 {
-    words w { "-v", "--port", "80", "--long-only" };
-    EXPECT_EQ(4, read_argv(w.count(), w.vector(), table, nullptr));
+    words w { "-v", "--port", "80", "-t", "dropped", "--long-only" };
+    EXPECT_EQ(6, read_argv(w.count(), w.vector(), table, nullptr));
 }
 
 namespace {

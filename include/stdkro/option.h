@@ -46,7 +46,7 @@ enum option_kind {
 struct option_pattern {
     /// The long name without dashes.
     const char* name;
-    /// The short name, 0 for none.
+    /// The short name, 0 for none. A byte above 127 may be given as itself or as a negative char.
     int short_name;
     /// An option_kind.
     int kind;
