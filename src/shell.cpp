@@ -13,6 +13,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 namespace {
 
@@ -82,6 +83,10 @@ int execute_typed(shell& sh, const char* line)
     return sh.execute(line);
 }
 
+struct argv_deleter {
+    void operator()(char** argv) const { str::free_argv(argv); }
+};
+
 struct open_file {
     std::FILE* stream;
 
@@ -144,13 +149,11 @@ int shell::execute(const char* line)
     }
     if (argc == 0)
         return err::ok;
-    char** const argv = str::split_argv(line, argc);
+    const std::unique_ptr<char*[], argv_deleter> argv(str::split_argv(line, argc));
     if (!argv)
         return err::out_of_memory;
     const cmd* const c = command_of(argv[0]);
-    const int r = c ? c->handler(this, argc, argv) : doDefault(argc, argv);
-    str::free_argv(argv);
-    return r;
+    return c ? c->handler(this, argc, argv.get()) : doDefault(argc, argv.get());
 }
 
 int shell::batch(const char* path)

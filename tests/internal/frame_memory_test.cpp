@@ -8,6 +8,23 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
+
+namespace {
+
+// An argument vector that a command was lent, and whether it has been freed since.
+char** lent_argv;
+bool is_argv_freed;
+
+} // namespace
+
+extern "C" void __real_free(void* block);
+
+extern "C" void __wrap_free(void* block)
+{
+    is_argv_freed |= block == lent_argv;
+    __real_free(block);
+}
 
 namespace {
 
@@ -64,6 +81,30 @@ TEST(frame_memory, a_line_is_executed_or_refused)
         failure.disarm();
         EXPECT_EQ(failure.happened() ? static_cast<int>(err::out_of_memory) : 3, r);
         EXPECT_EQ(failure.happened() ? 0 : 1, calls);
+    }
+}
+
+[[noreturn]] void throw_with(char** argv)
+{
+    lent_argv = argv;
+    is_argv_freed = false;
+    throw std::runtime_error(argv[0]);
+}
+
+int throw_call(shell*, int, char** argv) { throw_with(argv); }
+
+struct throwing_shell : shell {
+    int doDefault(int, char** argv) override { throw_with(argv); }
+};
+
+TEST(frame_memory, the_words_of_a_line_are_freed_though_its_command_throws)
+{
+    const shell::cmd commands[] = { { "go", throw_call, "" }, { nullptr, nullptr, nullptr } };
+    throwing_shell sh;
+    sh.set_cmds(commands);
+    for (const char* line : { "go \"a b\" c", "unknown a" }) {
+        EXPECT_THROW(sh.execute(line), std::runtime_error) << line;
+        EXPECT_TRUE(is_argv_freed) << line;
     }
 }
 
