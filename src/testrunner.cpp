@@ -24,6 +24,20 @@ template <class body> void run_guarded(testrunner& runner, const test& t, body r
     runner.addResult(has_passed);
 }
 
+// Registrations go to a suite as long as this lives, then to the one before.
+struct current_suite {
+    explicit current_suite(testsuite& suite) : registry(ut_registry::getObject()), outer(registry.getCurrentSuite())
+    {
+        registry.setCurrentSuite(&suite);
+    }
+    current_suite(const current_suite&) = delete;
+    current_suite& operator=(const current_suite&) = delete;
+    ~current_suite() { registry.setCurrentSuite(outer); }
+
+    ut_registry& registry;
+    testsuite* const outer;
+};
+
 } // namespace
 
 ut_error::ut_error(const char* file, int line, const char* format, ...) : file_(file), line_(line)
@@ -177,11 +191,10 @@ void ut_registry::clear()
 
 ut_register_testsuite::ut_register_testsuite(const char* name, void (*fill)(testsuite& suite)) : suite_(name)
 {
-    ut_registry& registry = ut_registry::getObject();
-    testsuite* const outer = registry.getCurrentSuite();
-    registry.setCurrentSuite(&suite_);
-    fill(suite_);
-    registry.setCurrentSuite(outer);
+    {
+        const current_suite filled(suite_);
+        fill(suite_);
+    }
     ut_registry::getSuite().addTest(suite_);
 }
 

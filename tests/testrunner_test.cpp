@@ -343,6 +343,17 @@ TEST(ut_registry, fills_a_suite_before_it_is_added)
     EXPECT_LT(count_while_filling, 0);
 }
 
+TEST(ut_registry, forgets_a_suite_whose_filling_throws)
+{
+    testsuite mine("mine");
+    ut_registry& registry = ut_registry::getObject();
+    registry.setCurrentSuite(&mine);
+    EXPECT_THROW(ut_register_testsuite("bad", [](testsuite&) { throw std::runtime_error("fill"); }), std::runtime_error);
+    EXPECT_EQ(&mine, registry.getCurrentSuite());
+    EXPECT_EQ(0, mine.getTestCount());
+    registry.setCurrentSuite(nullptr);
+}
+
 TEST(ut_registry, is_emptied_by_clear)
 {
     ut_registry& registry = ut_registry::getObject();
