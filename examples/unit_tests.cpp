@@ -3,15 +3,17 @@
 //     example_unit_tests [--list] [--filter TEXT] [--junit FILE]
 //
 // The filter keeps the tests whose names contain the text. The exit status is 0
-// when all tests passed, 1 when one failed, 2 for options that make no sense and a
-// filter that keeps nothing.
+// when all tests passed, 1 when one failed or the report cannot be written, 2 for
+// options that make no sense and a filter that keeps nothing.
 #include <stdkro/option.h>
 #include <stdkro/str.h>
 #include <stdkro/testrunner.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -101,45 +103,53 @@ std::string escaped(const char* text)
     return made;
 }
 
-// Writes the report of JUnit beside the usual one.
+// Writes the report of JUnit beside the usual one. Tests are told apart by their order:
+// several may have one name.
 class junit_runner : public testrunner {
 public:
     junit_runner(const std::vector<leaf>& tests, const char* path) : tests_(tests), path_(path) {}
+    // Every test ends with one of two texts; a failure has been collected then.
+    void output(const char* text) override
+    {
+        testrunner::output(text);
+        if (std::strcmp(text, "...\n") == 0)
+            messages_.push_back(std::nullopt);
+        else if (std::strcmp(text, "failed!\n") == 0)
+            messages_.push_back(getErrors().back().error.what());
+    }
     void reportError() override
     {
         testrunner::reportError();
-        if (path_)
-            write();
+        if (path_ && !write()) {
+            has_trouble_ = true;
+            print("cannot write %s\n", path_);
+        }
     }
+    bool hasPassed() const { return getFailedCount() == 0 && !has_trouble_; }
 
 private:
-    const char* message_of(const char* name) const
-    {
-        for (const failure& f : getErrors()) {
-            if (f.name == name)
-                return f.error.what();
-        }
-        return nullptr;
-    }
-    void write()
+    bool write() const
     {
         std::FILE* const to = std::fopen(path_, "w");
         if (!to)
-            return print("cannot write %s\n", path_);
+            return false;
         std::fprintf(to, "<testsuite name=\"root\" tests=\"%d\" failures=\"%d\">\n", getRunCount(), getFailedCount());
-        for (const leaf& t : tests_) {
-            std::fprintf(to, "  <testcase classname=\"%s\" name=\"%s\"", t.suite, t.what->getName());
-            if (const char* const message = message_of(t.what->getName()))
-                std::fprintf(to, "><failure message=\"%s\"/></testcase>\n", escaped(message).c_str());
+        for (std::size_t i = 0; i < std::min(tests_.size(), messages_.size()); ++i) {
+            std::fprintf(to, "  <testcase classname=\"%s\" name=\"%s\"", tests_[i].suite, tests_[i].what->getName());
+            if (messages_[i])
+                std::fprintf(to, "><failure message=\"%s\"/></testcase>\n", escaped(messages_[i]->c_str()).c_str());
             else
                 std::fprintf(to, "/>\n");
         }
         std::fprintf(to, "</testsuite>\n");
-        std::fclose(to);
+        const bool is_written = !std::ferror(to);
+        return std::fclose(to) == 0 && is_written;
     }
 
-    const std::vector<leaf>& tests_;
+    const std::vector<leaf>& tests_; // in the order in which they run
     const char* path_;
+    std::vector<std::optional<std::string>> messages_; // of each test that has ended, none when it passed
+    bool has_trouble_ = false;
 };
 
 int report_fixture(const char* what)
@@ -149,11 +159,11 @@ int report_fixture(const char* what)
 }
 
 // The exit status. What setUp and tearDown throw leaves the runner before its report.
-int run(testrunner& runner, test& what)
+int run(junit_runner& runner, test& what)
 {
     try {
         runner.runTest(what);
-        return runner.getFailedCount() == 0 ? 0 : 1;
+        return runner.hasPassed() ? 0 : 1;
     } catch (const xcpt& e) {
         return report_fixture(e.what());
     } catch (const std::exception& e) {

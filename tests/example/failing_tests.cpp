@@ -17,6 +17,17 @@ public:
     void tears() {}
 };
 
+// The compiler keeps one text for the names of both.
+class failing_twin : public testcase {
+public:
+    void has_a_twin() { UT_FAIL("the other passes"); }
+};
+
+class passing_twin : public testcase {
+public:
+    void has_a_twin() {}
+};
+
 class failing_fixture : public testcase {
 public:
     void fails_by_value() { UT_ASSERT_EQ(std::string("<a & b>"), "c"); }
@@ -31,6 +42,12 @@ UT_SUITE(failing)
     UT_CASE(failing_fixture, fails_by_value);
     UT_CASE(failing_fixture, fails_by_surprise);
     UT_CASE(failing_fixture, fails_never);
+}
+
+UT_SUITE(twins)
+{
+    UT_CASE(passing_twin, has_a_twin);
+    UT_CASE(failing_twin, has_a_twin);
 }
 
 UT_SUITE(broken)
