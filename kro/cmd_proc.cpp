@@ -62,6 +62,11 @@ int report_system_error(int code)
     return report_error(code, (get_err_info(code) + (" (system error " + number + ")")).c_str());
 }
 
+int report_unreadable(const std::string& path)
+{
+    return report_error(err::file_system, (path + ": " + get_err_info(err::file_system)).c_str());
+}
+
 // Gives the child a file to read; a child that does not want it all is its own affair.
 void feed(std::FILE* file, std::FILE* child, progress& work)
 {
@@ -74,16 +79,17 @@ void feed(std::FILE* file, std::FILE* child, progress& work)
 int run_with_input(const program& p, const char* directory, const std::string& path)
 {
     progress work("running " + p.application, progress::unless_output_is_seen);
-    const file_pointer file(std::fopen(path.c_str(), "rb"));
+    const file_pointer file = open_to_read(path);
     if (!file)
-        return report_error(err::file_system, (path + ": " + get_err_info(err::file_system)).c_str());
+        return report_unreadable(path);
     process child;
     file_pointer input(child.start(p.application.c_str(), directory, p.command_line.c_str(), "wb", false));
     if (!input)
         return report_system_error(err::execute_process);
     feed(file.get(), input.get(), work);
     input.reset(); // the end of what the child reads
-    return child.wait_done();
+    const int exit_code = child.wait_done();
+    return std::ferror(file.get()) ? report_unreadable(path) : exit_code;
 }
 
 // At a terminal the program may ask a person, who types there.
@@ -106,21 +112,22 @@ int run(const command_words& words)
     return input.empty() ? run_program(p, directory.c_str()) : run_with_input(p, directory.c_str(), input);
 }
 
-// One run with its output thrown away: its exit code, or -1 when it did not start.
-int run_silently(const program& p)
+// One run with its output thrown away. False when it did not start.
+bool run_silently(const program& p, int& exit_code)
 {
     process child;
     file_pointer output(child.start(p.application.c_str(), nullptr, p.command_line.c_str(), "rb", false));
     if (!output)
-        return -1;
+        return false;
     char block[1 << 16];
     while (std::fread(block, 1, sizeof block, output.get()) > 0) {
     }
     output.reset();
-    return child.wait_done();
+    exit_code = child.wait_done();
+    return true;
 }
 
-// Runs the program again and again. 0, or what went wrong, as an exit code: -1 when it did not start.
+// Runs the program again and again, until one run fails. Returns the exit status.
 int measure(const program& p, std::vector<double>& spans)
 {
     constexpr std::size_t runs = 9;
@@ -130,24 +137,24 @@ int measure(const program& p, std::vector<double>& spans)
     while (spans.size() < runs) {
         work.reached(spans.size(), runs);
         watch.reset();
-        const int exit_code = run_silently(p);
+        int exit_code = 0;
+        if (!run_silently(p, exit_code))
+            return report_system_error(err::execute_process);
         spans.push_back(watch.spend());
         if (exit_code != 0)
-            return exit_code;
+            return report_error(err::failed, ("exit code " + std::to_string(exit_code)).c_str());
         work.add(1, 0);
     }
-    return 0;
+    return exit_success;
 }
 
 int time(const command_words& words)
 {
     const program p = read_program(words.operands);
     std::vector<double> spans;
-    const int exit_code = measure(p, spans);
-    if (exit_code < 0)
-        return report_system_error(err::execute_process);
-    if (exit_code > 0)
-        return report_error(err::failed, ("exit code " + std::to_string(exit_code)).c_str());
+    const int status = measure(p, spans);
+    if (status != exit_success)
+        return status;
     std::sort(spans.begin(), spans.end());
     std::printf("minimum %.3f ms\nmedian %.3f ms\nmaximum %.3f ms\n", spans.front(), spans[spans.size() / 2], spans.back());
     return exit_success;

@@ -67,11 +67,16 @@ int print_error(const std::string& place, int code, const char* message)
 
 } // namespace
 
+file_pointer open_to_read(const std::string& path)
+{
+    std::error_code ignored;
+    return file_pointer(fs::is_directory(path, ignored) ? nullptr : std::fopen(path.c_str(), "rb"));
+}
+
 int read_whole_file(const std::string& path, std::string& bytes)
 {
     progress work("reading " + path);
-    std::error_code ignored;
-    const file_pointer file(fs::is_directory(path, ignored) ? nullptr : std::fopen(path.c_str(), "rb"));
+    const file_pointer file = open_to_read(path);
     if (!file)
         return err::file_system;
     bytes.clear();

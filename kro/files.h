@@ -13,6 +13,9 @@ struct file_closer {
 /// A file that closes itself.
 using file_pointer = std::unique_ptr<std::FILE, file_closer>;
 
+/// Opens a file for reading its bytes; null when that fails, and for a folder.
+file_pointer open_to_read(const std::string& path);
+
 /// Reads all bytes of a file. 0, or 0x80020002.
 int read_whole_file(const std::string& path, std::string& bytes);
 
