@@ -1206,6 +1206,23 @@ TEST(thread_table, stop_all_asks_every_thread)
     EXPECT_EQ(t.wait_done(9, nullptr), code(0x80020004));
 }
 
+TEST(thread_table, wait_done_waits_no_longer_than_its_limit)
+{
+    threads t(1);
+    counting_worker& w = kept_for_ever<counting_worker>();
+    ASSERT_EQ(t.attach(&w), 0);
+    ASSERT_EQ(w.start(), 0);
+    timer watch;
+    const timeval limit = limit_of(0, 40000);
+    EXPECT_EQ(t.wait_done(0, &limit), 0);
+    EXPECT_GE(watch.spend(), 35.0);
+    EXPECT_FALSE(w.is_valid());
+    EXPECT_TRUE(w.runs()) << "no longer tracked";
+    EXPECT_EQ(t.detach(0), &w);
+    w.goes_on = false;
+    EXPECT_TRUE(eventually([&] { return !w.has_states(worker::state_running); }));
+}
+
 TEST(thread_table, wait_all_done_wants_a_full_table)
 {
     threads t(2);
