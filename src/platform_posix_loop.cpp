@@ -138,6 +138,46 @@ struct poll_list {
     }
 };
 
+bool has_lower_descriptor(const pollfd& a, const pollfd& b) { return a.fd < b.fd; }
+
+/// Joins records of one descriptor, which stand together, to one that wants what any of them does. Returns the
+/// new end.
+pollfd* join_records(pollfd* begin, pollfd* end)
+{
+    pollfd* last = begin;
+    for (const pollfd* p = begin + 1; p < end; ++p) {
+        if (p->fd == last->fd)
+            last->events = static_cast<short>(last->events | p->events);
+        else
+            *++last = *p;
+    }
+    return last + 1;
+}
+
+/// Asks the kernel once, with one record for each descriptor.
+int poll_joined(poll_list& list, const timespec* limit)
+{
+    pollfd joined[3 * 1024];
+    pollfd* const all = std::copy(list.records, list.records + list.size(), joined);
+    std::sort(joined, all, has_lower_descriptor);
+    pollfd* const end = join_records(joined, all);
+    pollfd* const begin = joined + (joined->fd < 0); // those to be passed over
+    const int n = ppoll(begin, static_cast<nfds_t>(end - begin), limit, nullptr);
+    for (pollfd* p = list.records; p < list.records + list.size(); ++p) {
+        const pollfd& of_all = *std::lower_bound(joined, end, *p, has_lower_descriptor);
+        p->revents = static_cast<short>(of_all.revents & (p->events | POLLERR | POLLHUP | POLLNVAL));
+    }
+    return n;
+}
+
+/// Asks the kernel once. It takes no more records (EINVAL) than the program may have descriptors; but three sets
+/// hold up to three for each, and a handle may be repeated.
+int poll_records(poll_list& list, const timespec* limit)
+{
+    const int n = ppoll(list.records, list.size(), limit, nullptr);
+    return n < 0 && errno == EINVAL ? poll_joined(list, limit) : n;
+}
+
 /// Reduces a set to its ready members. Returns how many there are.
 unsigned keep_ready(sock_fd_set& set, const poll_list& list, int k)
 {
@@ -164,7 +204,7 @@ int sys_select(sock_fd_set* readable, sock_fd_set* writable, sock_fd_set* except
 
     countdown time(limit);
     for (;;) {
-        const int n = ppoll(list.records, list.size(), time.left(), nullptr);
+        const int n = poll_records(list, time.left());
         if (n < 0 && errno != EINTR)
             return -1;
         if (n > 0) {

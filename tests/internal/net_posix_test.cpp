@@ -6,6 +6,7 @@
 
 #include <stdkro/poller.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -398,18 +399,18 @@ TEST(handles, are_not_inherited)
         EXPECT_EQ(FD_CLOEXEC, fcntl(static_cast<int>(s->get_socket()), F_GETFD));
 }
 
-/// While it lives the program may have as many descriptors as the system lets it.
-class raised_descriptor_limit {
+/// While it lives the program may have so many descriptors, or as many as the system lets it.
+class descriptor_limit {
 public:
-    raised_descriptor_limit()
+    explicit descriptor_limit(rlim_t most = RLIM_INFINITY)
     {
         getrlimit(RLIMIT_NOFILE, &before_);
-        const rlimit raised = { before_.rlim_max, before_.rlim_max };
-        setrlimit(RLIMIT_NOFILE, &raised);
+        const rlimit changed = { std::min(most, before_.rlim_max), before_.rlim_max };
+        setrlimit(RLIMIT_NOFILE, &changed);
     }
-    raised_descriptor_limit(const raised_descriptor_limit&) = delete;
-    raised_descriptor_limit& operator=(const raised_descriptor_limit&) = delete;
-    ~raised_descriptor_limit() { setrlimit(RLIMIT_NOFILE, &before_); }
+    descriptor_limit(const descriptor_limit&) = delete;
+    descriptor_limit& operator=(const descriptor_limit&) = delete;
+    ~descriptor_limit() { setrlimit(RLIMIT_NOFILE, &before_); }
 
     bool reaches(rlim_t descriptors) const { return before_.rlim_max >= descriptors; }
 
@@ -420,7 +421,7 @@ private:
 // A thousand handles far above what an fd_set of the system could hold.
 TEST(handles, of_any_number_can_be_waited_for)
 {
-    const raised_descriptor_limit limit;
+    const descriptor_limit limit;
     if (!limit.reaches(6000))
         GTEST_SKIP() << "no such descriptors on this machine";
     socket_pair p;
@@ -441,7 +442,7 @@ TEST(handles, of_any_number_can_be_waited_for)
 // Numbers that would share a place in a table of a power of two.
 TEST(handles, that_are_powers_of_two_apart_are_told_apart)
 {
-    const raised_descriptor_limit limit;
+    const descriptor_limit limit;
     if (!limit.reaches(9000))
         GTEST_SKIP() << "no such descriptors on this machine";
     socket_pair p;
@@ -459,6 +460,79 @@ TEST(handles, that_are_powers_of_two_apart_are_told_apart)
     ASSERT_EQ(4u, set.fd_count);
     for (unsigned i = 0; i < 3; ++i)
         EXPECT_EQ(copies[i]->get_socket(), set.fd_array[i + 1]);
+}
+
+/// A set of one handle, many times.
+sock_fd_set repeated(const Socket& s, unsigned times)
+{
+    sock_fd_set set = { times, {} };
+    std::fill_n(set.fd_array, times, s.get_socket());
+    return set;
+}
+
+// The kernel takes no more poll records than that.
+TEST(sets, may_have_more_members_than_descriptors_are_allowed)
+{
+    socket_pair pairs[50];
+    pairs[7].make_readable();
+    sock_fd_set all = { 0, {} };
+    for (const socket_pair& p : pairs)
+        for (const Socket* s : { &p.here, &p.there })
+            all.fd_array[all.fd_count++] = s->get_socket();
+    sock_fd_set readable = all;
+    sock_fd_set writable = all;
+    sock_fd_set exceptional = all;
+    const descriptor_limit limit(all.fd_count);
+    EXPECT_EQ(101, Socket::select(&readable, &writable, &exceptional, nullptr));
+    EXPECT_EQ(1u, readable.fd_count);
+    EXPECT_EQ(pairs[7].here.get_socket(), readable.fd_array[0]);
+    ASSERT_EQ(all.fd_count, writable.fd_count);
+    EXPECT_TRUE(std::equal(all.fd_array, all.fd_array + all.fd_count, writable.fd_array)) << "in their order";
+    EXPECT_EQ(0u, exceptional.fd_count);
+}
+
+TEST(sets, may_repeat_a_handle_more_often_than_descriptors_are_allowed)
+{
+    socket_pair p;
+    p.make_readable();
+    sock_fd_set readable = repeated(p.here, 1024);
+    sock_fd_set exceptional = repeated(p.there, 1024);
+    const descriptor_limit limit(100);
+    EXPECT_EQ(1, Socket::select(&readable, nullptr, &exceptional, nullptr));
+    EXPECT_EQ(1u, readable.fd_count);
+    EXPECT_EQ(p.here.get_socket(), readable.fd_array[0]);
+    EXPECT_EQ(0u, exceptional.fd_count);
+
+    sock_fd_set dead = repeated(p.there, 1024);
+    p.there.close();
+    EXPECT_EQ(err::network, Socket::select(&dead, nullptr, nullptr, nullptr));
+    EXPECT_EQ(1024u, dead.fd_count) << "unchanged";
+}
+
+// Nothing ends such a wait early either: no hang-up that nobody asked for, and no interruption.
+TEST(sets, with_more_members_than_descriptors_are_allowed_are_waited_for)
+{
+    const meddling until_the_end;
+    socket_pair p;
+    socket_pair q;
+    p.there.close();
+    EXPECT_EQ(0, p.here.select(1, nullptr));
+    p.here.shutdown(1);
+    const descriptor_limit limit(100);
+    sock_fd_set exceptional = repeated(p.here, 500);
+    sock_fd_set readable = repeated(q.here, 500);
+    const timeval span = { 0, 200000 };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(err::timeout, Socket::select(&readable, nullptr, &exceptional, &span));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(190));
+    EXPECT_EQ(0u, readable.fd_count);
+    EXPECT_EQ(0u, exceptional.fd_count);
+
+    failure = EINVAL;
+    interruptions = 3;
+    EXPECT_EQ(0, q.here.select(2, nullptr));
+    EXPECT_EQ(0, failure);
+    EXPECT_EQ(0, interruptions);
 }
 
 TEST(a_limit, of_any_length_is_kept)
