@@ -5,6 +5,7 @@
 #include "platform.h"
 
 #include "handle_filter.h"
+#include "time_limit.h"
 
 #include <stdkro/platform_types.h>
 
@@ -332,8 +333,7 @@ int sys_waker_wake(unsigned waker)
 void sys_waker_sleep(unsigned waker, const timeval* limit)
 {
     if (waker == sys_no_socket) {
-        Sleep(limit ? static_cast<DWORD>(not_negative(*limit).tv_sec * 1000 + not_negative(*limit).tv_usec / 1000)
-                    : INFINITE);
+        Sleep(limit_in_ms(limit, as_microseconds));
         return;
     }
     waiting_set set = { 1, { waker } };

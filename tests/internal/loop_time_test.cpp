@@ -1,7 +1,12 @@
 // What a loop's time limit becomes before the system gets it.
 #include "loop_time.h"
+#include "platform.h"
 
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 namespace {
 
@@ -49,4 +54,17 @@ TEST(loop_time, is_rounded_up_to_milliseconds_and_bounded)
         expect_limit(given, one_microsecond, seconds, rest);
         expect_limit(given, microseconds_of_fraction, seconds, rest * 1000);
     }
+}
+
+// As many milliseconds as there are numbers of 32 bits: none, for who counts in these.
+TEST(a_sleep_without_a_waker, is_not_over_early_however_long)
+{
+    static std::atomic<bool> is_over { false };
+    std::thread([] {
+        const timeval long_time = { 4294967, 296000 };
+        sys_waker_sleep(sys_no_socket, &long_time);
+        is_over = true;
+    }).detach(); // the end of the program ends it
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_FALSE(is_over);
 }
