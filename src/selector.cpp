@@ -5,6 +5,7 @@
 // them when they have changed (watch_table).
 #include <stdkro/poller.h>
 
+#include "time_limit.h"
 #include "watch_table.h"
 
 #include <stdkro/platform_types.h>
@@ -60,6 +61,13 @@ constexpr int set_count = 3; // read, write, exception: ORDER events
 
 // KEEP: an empty loop never blocks for ever; programs poll other things meanwhile.
 const timeval pause_of_empty = { 0, 10000 };
+
+// A sleep takes whole milliseconds, rounded down.
+timeval pause_of(const timeval& limit)
+{
+    const unsigned ms = limit_in_ms(&limit, as_microseconds);
+    return { static_cast<long>(ms / 1000), static_cast<long>(ms % 1000 * 1000) };
+}
 
 } // namespace
 
@@ -216,7 +224,8 @@ int selector::wait(const timeval* limit)
     if (is_watching && watch_) {
         n = watch_->wait(limit, waker_);
     } else {
-        sys_waker_sleep(waker_, limit ? limit : &pause_of_empty);
+        const timeval pause = limit ? pause_of(*limit) : pause_of_empty;
+        sys_waker_sleep(waker_, &pause);
     }
     call_after();
     if (n > 0)

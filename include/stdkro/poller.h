@@ -166,7 +166,7 @@ public:
     void destroy();
     /// Waits once and calls the objects that are ready. The number of ready items, 0 after the time
     /// limit (null: none) or when woken, or negative. A loop without any interest sleeps for the
-    /// time limit, 10 milliseconds when it is null.
+    /// whole milliseconds of the time limit, 10 when it is null.
     int wait(const timeval* limit);
     /// Asks every object for its descriptor and events again.
     void refresh();

@@ -668,13 +668,32 @@ TEST(selector, sleeps_ten_milliseconds_without_interest_and_limit)
 {
     selector loop(2);
     set_callbacks(loop);
-    const timeval limit = { 1, 500000 };
     const scripted_door door;
     EXPECT_EQ(0, loop.wait(nullptr));
     EXPECT_EQ("before sleep(0.10000) after", calls);
-    calls.clear();
-    EXPECT_EQ(0, loop.wait(&limit));
-    EXPECT_EQ("before sleep(1.500000) after", calls);
+}
+
+TEST(selector, sleeps_whole_milliseconds_without_interest)
+{
+    static const struct {
+        timeval limit;
+        const char* slept;
+    } cases[] = {
+        { { 1, 500000 }, "1.500000" },
+        { { 0, 0 }, "0.0" },
+        { { 0, 999 }, "0.0" },
+        { { 0, 1000 }, "0.1000" },
+        { { 2, 1999 }, "2.1000" },
+        { { 1, 2500999 }, "3.500000" },
+        { { -1, 0 }, "0.0" },
+        { { 2147483647, 0 }, "4294967.294000" }, // 49 days are the end
+    };
+    selector loop(2);
+    for (const auto& c : cases) {
+        const scripted_door door;
+        EXPECT_EQ(0, loop.wait(&c.limit));
+        EXPECT_EQ("sleep(" + std::string(c.slept) + ")", calls);
+    }
 }
 
 // Rounded up to milliseconds; what is below a second counts as microseconds in one loop, and as
