@@ -150,7 +150,8 @@ int epoller::wait(const timeval* limit)
 bool epoller::is_current(const ready_record& record) const
 {
     const unsigned index = static_cast<unsigned>(record.index); // negative: beyond every capacity
-    return index < capacity() && shadows_[index].current == record.object;
+    // A handler that makes the loop anew leaves records of nobody: they must not be taken for free slots.
+    return record.object && index < capacity() && shadows_[index].current == record.object;
 }
 
 void epoller::serve(const ready_record& record)

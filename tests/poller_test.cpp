@@ -349,6 +349,31 @@ TYPED_TEST(common, lets_handlers_add_grow_and_empty)
     EXPECT_EQ(0u, of.loop.count());
 }
 
+TYPED_TEST(common, serves_nobody_any_more_when_a_handler_makes_it_anew)
+{
+    noting_hook exec;
+    two_clients<TypeParam> of(EV_READ);
+    set_exec(of.loop, exec);
+    of.make_both_readable();
+    of.a.on_read = [&] { EXPECT_EQ(0, of.loop.create(4)); };
+    EXPECT_EQ("2: a:read ", served(of.loop, nullptr));
+    EXPECT_EQ(0u, of.loop.count());
+}
+
+TYPED_TEST(common, serves_who_was_added_to_a_loop_made_anew_from_the_next_wait_on)
+{
+    two_clients<TypeParam> of(EV_READ);
+    of.make_both_readable();
+    of.a.on_read = [&] {
+        of.loop.create(4);
+        EXPECT_EQ(0, of.loop.add(of.a, EV_READ));
+        EXPECT_EQ(of.second, of.loop.add(of.b, EV_READ));
+    };
+    EXPECT_EQ("2: a:read ", served(of.loop, nullptr));
+    of.a.on_read = nullptr;
+    EXPECT_EQ("2: a:read b:read ", served(of.loop, nullptr));
+}
+
 TYPED_TEST(common, refuses_more_than_it_can_hold)
 {
     TypeParam loop(2);
