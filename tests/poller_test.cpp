@@ -374,6 +374,31 @@ TYPED_TEST(common, serves_who_was_added_to_a_loop_made_anew_from_the_next_wait_o
     EXPECT_EQ("2: a:read b:read ", served(of.loop, nullptr));
 }
 
+TYPED_TEST(common, takes_events_that_a_handler_sets_from_the_next_wait_on)
+{
+    two_clients<TypeParam> of(EV_READ);
+    of.make_both_readable();
+    of.a.on_read = [&] { EXPECT_EQ(0, of.loop.set_events(of.second, EV_WRITE)); };
+    EXPECT_EQ("2: a:read b:read ", served(of.loop, nullptr));
+    drain(of.p[0]);
+    EXPECT_EQ("1: b:write ", served(of.loop, nullptr));
+}
+
+// The poller's records forget what they returned; the others keep their results apart.
+TYPED_TEST(common, may_be_refreshed_by_a_handler)
+{
+    two_clients<TypeParam> of(EV_READ);
+    of.make_both_readable();
+    of.a.on_read = [&] {
+        of.b.events = EV_WRITE;
+        of.loop.refresh();
+    };
+    const bool is_forgotten = std::is_same<TypeParam, poller>::value;
+    EXPECT_EQ(is_forgotten ? "2: a:read " : "2: a:read b:read ", served(of.loop, nullptr));
+    drain(of.p[0]);
+    EXPECT_EQ("1: b:write ", served(of.loop, nullptr));
+}
+
 TYPED_TEST(common, refuses_more_than_it_can_hold)
 {
     TypeParam loop(2);
@@ -649,12 +674,23 @@ TEST(selector, reports_missing_memory_by_its_own_code)
 
 // ---- poller ----------------------------------------------------------------------
 
+namespace {
+
+/// Writes down what it is dispatched with.
+struct watcher : client {
+    using client::client;
+    void dispatch_events(int ready) override
+    {
+        calls += name + ":" + std::to_string(ready) + " ";
+        if (on_read)
+            on_read();
+    }
+};
+
+} // namespace
+
 TEST(poller, dispatches_every_object_also_with_0)
 {
-    struct watcher : client {
-        using client::client;
-        void dispatch_events(int ready) override { calls += name + ":" + std::to_string(ready) + " "; }
-    };
     socket_pair p[2];
     Socket none;
     watcher a("a", p[0].here);
@@ -667,6 +703,21 @@ TEST(poller, dispatches_every_object_also_with_0)
     EXPECT_EQ("1: a:0 b:2 ", served(loop, nullptr)) << "an object without a descriptor is passed over";
     loop.set_events(1, EV_READ);
     EXPECT_EQ("0: ", served(loop, &at_once));
+}
+
+TEST(poller, dispatches_with_0_behind_a_handler_that_refreshes)
+{
+    socket_pair p[2];
+    watcher a("a", p[0].here);
+    watcher b("b", p[1].here);
+    poller loop(2);
+    loop.add(a, EV_READ);
+    loop.add(b, EV_READ);
+    p[0].make_readable();
+    p[1].make_readable();
+    EXPECT_EQ("2: a:1 b:1 ", served(loop, nullptr));
+    a.on_read = [&] { loop.refresh(); };
+    EXPECT_EQ("2: a:1 b:0 ", served(loop, nullptr));
 }
 
 TEST(poller, with_nothing_to_wait_for_fails_at_once)
