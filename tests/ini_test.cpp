@@ -437,6 +437,25 @@ TEST(ini_handler, has_its_functions_in_this_order)
     EXPECT_TRUE(std::has_virtual_destructor<ini_doc>::value);
 }
 
+TEST(ini_handler, may_be_made_with_a_reader_and_gets_the_one_that_drives_it)
+{
+    struct idle : ini_handler {
+        using ini_handler::ini_handler;
+        int onBegin() override { return 0; }
+        int onEnd(int result) override { return result; }
+        int onSection(const char*, const char*) override { return 0; }
+        int onKeyValue(const char*, const char*, const char*, const char*) override { return 0; }
+    };
+    EXPECT_EQ(nullptr, idle().get_reader());
+    ini_reader first, second;
+    idle handler(&first);
+    EXPECT_EQ(&first, handler.get_reader());
+    EXPECT_EQ(0, second.read_ini(&handler));
+    EXPECT_EQ(&second, handler.get_reader());
+    handler.set_reader(nullptr);
+    EXPECT_EQ(nullptr, handler.get_reader());
+}
+
 TEST(ini_reader, refuses_a_null_handler)
 {
     ini_reader in;

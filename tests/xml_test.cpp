@@ -5,6 +5,7 @@
 
 #include "document_text.h"
 #include "guarded_text.h"
+#include "name_characters.h"
 #include "virtual_slot.h"
 
 #include <gmock/gmock.h>
@@ -338,6 +339,19 @@ TEST(xml_reader, each_truncation_has_its_code)
         }
         EXPECT_EQ(c.codes, codes) << text;
     }
+}
+
+TEST(xml_reader, a_name_is_made_of_71_characters)
+{
+    const auto begins_with = [](const string& start, const string& text) { return events_of(text).rfind(start, 0) == 0; };
+    EXPECT_EQ(71, walk_bytes([&](char c) {
+        const bool is_name = is_name_character(c);
+        const string one(1, c), name = "n" + one;
+        EXPECT_EQ(is_name, begins_with("( <" + one + " 4> )", "<" + one + "/>")) << testing::PrintToString(one);
+        EXPECT_EQ(is_name, begins_with("( <" + name + " 4> )", "<" + name + "/>")) << testing::PrintToString(one);
+        EXPECT_EQ(is_name, begins_with("( @" + name + "=1", "<a " + name + "=\"1\"/>")) << testing::PrintToString(one);
+        EXPECT_EQ(is_name, begins_with("( ?" + name + "?", "<?" + name + "?><a/>")) << testing::PrintToString(one);
+    }));
 }
 
 TEST(xml_reader, a_name_has_at_most_127_characters)

@@ -227,6 +227,22 @@ TEST(xml_tree, a_builder_keeps_the_node_of_each_level_in_its_pointer)
     EXPECT_EQ((std::vector<void*> { &target, &target, a, a, b, a, &target }), handler.pointers);
 }
 
+TEST(xml_tree, a_builder_gives_a_node_the_kind_that_it_is_ended_with)
+{
+    struct retyping : xml_node_handler {
+        using xml_node_handler::xml_node_handler;
+        int onEndNode(xml_node_t) override { return xml_node_handler::onEndNode(kinds[ended++]); }
+        std::vector<xml_node_t> kinds { XML_COMMENT, XML_PI, XML_ELEMENT };
+        std::size_t ended = 0;
+    };
+    xml_node target("", XML_DOCUMENT);
+    retyping handler(&target, false, false);
+    xml_reader in;
+    in.load_string("<a><b/><c x=\"1\">t</c></a>");
+    ASSERT_EQ(0, in.read_doc(&handler));
+    EXPECT_EQ("#(a(!b! ?c[x=1]('t')))", dump(target));
+}
+
 TEST(xml_tree, a_builder_can_be_copied)
 {
     xml_node first("f", XML_DOCUMENT), second("s", XML_DOCUMENT);

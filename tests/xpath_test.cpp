@@ -5,6 +5,7 @@
 
 #include "document_text.h"
 #include "guarded_text.h"
+#include "name_characters.h"
 
 #include <gtest/gtest.h>
 
@@ -177,6 +178,24 @@ TEST(xpath, a_bound_cuts_a_step_short)
     xstep step;
     const char* next = nullptr;
     EXPECT_EQ(err::syntax, xpath::split_step("a\0b", "a\0b" + 3, &step, &next));
+}
+
+TEST(xpath, a_name_is_made_of_71_characters)
+{
+    EXPECT_EQ(71, walk_bytes([](char c) {
+        const bool is_marker = c == '#' || c == '@';
+        // Bounded, so that a NUL is a byte like others. Behind "[" and "/" the step is another.
+        const auto is_whole = [](const string& path, const string& expected) {
+            xstep step;
+            const char* next = nullptr;
+            const int r = xpath::split_step(path.data(), path.data() + path.size(), &step, &next);
+            return r == 0 && next == path.data() + path.size() && print(step) == expected;
+        };
+        const string one(1, c);
+        EXPECT_EQ(is_name_character(c) && !is_marker, is_whole(one, "4 " + one)) << testing::PrintToString(one);
+        EXPECT_EQ(is_name_character(c), is_whole("n" + one, "4 n" + one)) << testing::PrintToString(one);
+        EXPECT_EQ(is_name_character(c), is_whole("@" + one, "7 " + one)) << testing::PrintToString(one);
+    }));
 }
 
 TEST(xpath, a_name_has_at_most_127_bytes)
