@@ -44,10 +44,10 @@ int xml_doc::init(const char* root, const char* version, const char* encoding)
 {
     if (is_empty(root))
         return err::invalid_parameter;
-    all_.clear();
-    const int r = set_doc_title(root, version ? version : usual_version, encoding ? encoding : usual_encoding);
-    if (r < 0)
-        all_.clear();
+    xml_doc made; // the texts may be those of this document, which therefore goes last
+    const int r = made.set_doc_title(root, version ? version : usual_version, encoding ? encoding : usual_encoding);
+    if (r >= 0)
+        all_.swap(made.all_);
     return r;
 }
 

@@ -912,6 +912,17 @@ TEST(xml_doc, is_made_empty_or_with_a_declaration_and_a_root)
     EXPECT_EQ(nullptr, doc.get_doc_node());
 }
 
+TEST(xml_doc, may_be_made_anew_from_its_own_texts)
+{
+    const string name(100, 'n'), version(100, 'v'), encoding(100, 'e');
+    xml_doc doc(name.c_str(), version.c_str(), encoding.c_str());
+    const string made = dump(*doc.all());
+    const attributes& declared = doc.all()->get_childs().ptr()->get_attrs();
+    EXPECT_EQ(0, doc.init(doc.get_doc_node()->get_name().c_str(), declared[0].get_value().c_str(),
+                          declared[1].get_value().c_str()));
+    EXPECT_EQ(made, dump(*doc.all()));
+}
+
 TEST(xml_doc, a_copy_has_a_root_of_its_own)
 {
     xml_doc doc("root");

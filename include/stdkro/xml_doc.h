@@ -350,7 +350,8 @@ public:
     virtual ~xml_doc();
 
     /// Clears the document and writes declaration and root anew. 0x8002000e without
-    /// a root's name; a null version or encoding means the usual one.
+    /// a root's name; a null version or encoding means the usual one. The texts may
+    /// stand in the document itself. On failure it stays as it was.
     int init(const char* root, const char* version = nullptr, const char* encoding = nullptr);
 
     /// Replaces the content by what is read: see `xml_node::read`. What was read

@@ -218,6 +218,24 @@ TEST(xml_memory, a_document_is_made_whole_or_empty)
     EXPECT_GT(failures, 5);
 }
 
+TEST(xml_memory, a_document_that_cannot_be_made_anew_stays)
+{
+    int failures = 0;
+    for (allocation_failure failure; failure.next();) {
+        xml_doc doc("old");
+        doc.get_doc_node()->add("text", XML_TEXT);
+        const string before = text_of(*doc.all());
+        failure.arm();
+        const int r = doc.init("new", "1.1", "gbk");
+        failure.disarm();
+        EXPECT_EQ(failure.happened() ? no_memory : 0, r) << failure.nth();
+        EXPECT_EQ(failure.happened() ? before : "<?xml version=\"1.1\" encoding=\"gbk\"?>\n<new/>\n", text_of(*doc.all()))
+            << failure.nth();
+        failures += failure.happened();
+    }
+    EXPECT_GT(failures, 5);
+}
+
 TEST(xml_memory, writing_takes_none)
 {
     const string text = long_document();
