@@ -191,7 +191,12 @@ void mml_doc::clear()
 // record := [ [ interface '.' ] method ':' ] pairs
 int mml_doc::read(const char* text)
 try {
-    clear();
+    // The text may be one of this record: what was there goes last.
+    attributes old_pairs;
+    share_str old_interface, old_method;
+    swap(old_pairs);
+    interface_.swap(old_interface);
+    method_.swap(old_method);
     if (!text)
         return err::syntax;
     record_scanner in(text);

@@ -217,6 +217,23 @@ TEST(mml_read, clears_the_record_first)
     EXPECT_EQ("||", shape_of(doc, 0));
 }
 
+TEST(mml_read, may_be_given_a_text_of_the_record_itself)
+{
+    const string inner = "IF.get:a=1,b=\"" + string(600, 'v') + "\";";
+    mml_doc doc;
+    doc.add_attr("inner", inner.c_str());
+    EXPECT_EQ(0, doc.read(doc.find_attr("inner")->get_value().c_str()));
+    EXPECT_EQ(shape_of(inner), shape_of(doc, 0));
+    // As it is read, too.
+    ASSERT_EQ(0, doc.read("c=\"first=1,second=\\\"a\\tb\\\";\";"));
+    EXPECT_EQ(0, doc.read(doc[0].get_value().c_str()));
+    EXPECT_EQ("||first=1|second=a\tb|", shape_of(doc, 0));
+    const string name = string(300, 'n') + ".m:x=2;";
+    doc.set_interface(name.c_str());
+    EXPECT_EQ(0, doc.read(doc.get_interface().c_str()));
+    EXPECT_EQ(string(300, 'n') + "|m|x=2|", shape_of(doc, 0));
+}
+
 TEST(mml_read, ends_at_each_truncation_with_a_syntax_error)
 {
     for (const string line : { " IF.get:a=12,b=\"x\\ty\",c=,d=z\\\"w\";", "run:a=1.5;", "n=\"\";" })

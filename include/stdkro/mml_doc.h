@@ -29,7 +29,7 @@ public:
 
     /// Replaces the record by the one that `text` begins with; what follows its
     /// ";" is ignored. 0, or 0x80020005 for a syntax error: the pairs before it
-    /// stay. A null text is a syntax error.
+    /// stay. A null text is a syntax error. The text may be a value of the record.
     int read(const char* text);
     /// Appends the record to `out`: 0, or 0x80010002 with `out` unchanged.
     int write(share_str& out) const;
