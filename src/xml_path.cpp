@@ -147,7 +147,12 @@ attribute* find_pair(attributes& list, const path_step& step)
         if (name.length() == step.length && xml_char::same(name.c_str(), step.name, step.length))
             return pair;
     }
-    return list.count() <= 8 ? nullptr : list.find_attr(name_of(step).c_str());
+    if (list.count() <= 8)
+        return nullptr;
+    char name[xstep::name_limit + 1]; // takes no memory: a pair that is there must be found
+    std::memcpy(name, step.name, step.length);
+    name[step.length] = '\0';
+    return list.find_attr(name);
 }
 
 // Whether every step of a path can be made: 0 or a status code.

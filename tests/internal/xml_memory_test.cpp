@@ -176,6 +176,29 @@ TEST(xml_memory, a_failed_change_of_a_tree_changes_nothing)
     }
 }
 
+TEST(xml_memory, an_attribute_that_is_there_is_found_without_memory)
+{
+    static const share_str value("a value");
+    for (const unsigned n : { 7u, 12u, 40u }) { // short, longer, with an index
+        for (allocation_failure failure; failure.next();) {
+            xml_node node("node", XML_ELEMENT);
+            for (unsigned i = 0; i < n; ++i)
+                node.get_attrs().add_attr(("attribute" + std::to_string(i)).c_str(), "old");
+            const string last = "@attribute" + std::to_string(n - 1);
+            xpath_iter found;
+            failure.arm_from_there_on();
+            const int r = node.set_value(last.c_str(), value);
+            const int s = node.find(last.c_str(), found);
+            failure.disarm();
+            EXPECT_EQ(0, r) << n << " " << failure.nth();
+            EXPECT_EQ(0, s) << n << " " << failure.nth();
+            EXPECT_EQ(node.get_attrs().get_attr(n - 1), found.get_attr()) << n;
+            EXPECT_STREQ("a value", node.get_attrs()[n - 1].get_value().c_str());
+            EXPECT_EQ(n, node.get_attrs().count());
+        }
+    }
+}
+
 TEST(xml_memory, a_copy_is_whole_or_empty)
 {
     const string text = long_document();
