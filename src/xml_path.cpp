@@ -155,6 +155,18 @@ attribute* find_pair(attributes& list, const path_step& step)
     return list.find_attr(name);
 }
 
+// Where the pair stands, or the number of pairs. `guess` is right unless pairs came or
+// went in front of it.
+unsigned place_of(const attributes& list, const attribute* pair, unsigned guess)
+{
+    if (list.get_attr(guess) == pair)
+        return guess;
+    unsigned i = 0;
+    while (i < list.count() && list.get_attr(i) != pair)
+        ++i;
+    return i;
+}
+
 // Whether every step of a path can be made: 0 or a status code.
 int check_steps(const char* path)
 {
@@ -176,13 +188,11 @@ int check_steps(const char* path)
 
 int remove_attribute(attributes& list, const attribute* pair)
 {
-    for (unsigned i = 0; i < list.count(); ++i) {
-        if (list.get_attr(i) == pair) {
-            list.remove_attr(i);
-            return err::ok;
-        }
-    }
-    return err::not_exist;
+    const unsigned place = place_of(list, pair, 0);
+    if (place == list.count())
+        return err::not_exist;
+    list.remove_attr(place);
+    return err::ok;
 }
 
 } // namespace
@@ -192,14 +202,14 @@ xml_node& xpath_iter::operator*() const { return node_ ? *node_ : stray_xml_node
 xpath_iter& xpath_iter::operator++()
 {
     if (attr_) {
-        const attributes& list = node_->get_attrs();
-        unsigned i = 0;
-        while (i < list.count() && list.get_attr(i) != attr_)
-            ++i;
-        const int next = list.find_attr(i + 1, attr_->get_name().c_str());
-        attr_ = next < 0 ? nullptr : node_->get_attrs().get_attr(static_cast<unsigned>(next));
-        if (!attr_)
-            node_ = nullptr;
+        attributes& list = node_->get_attrs();
+        const int next = list.find_attr(place_of(list, attr_, place_) + 1, attr_->get_name().c_str());
+        if (next < 0) {
+            reset();
+        } else {
+            place_ = static_cast<unsigned>(next);
+            attr_ = list.get_attr(place_);
+        }
     } else if (node_) {
         node_ = node_->find_next(node_->get_type(), node_->get_name().c_str());
     }

@@ -717,6 +717,84 @@ TEST(xml_find, an_iterator_goes_on_to_what_is_alike)
     EXPECT_EQ(nullptr, doc.all()->find("/").get_dir());
 }
 
+// The values of all attributes of the name "a", walked from the first on. `at` is told the
+// place of each and may change the list.
+template <class function> string walk_attributes(xml_node& node, function at)
+{
+    string walk;
+    int place = 0;
+    for (xpath_iter i = node.find("@a"); !i.IsDone(); ++i, ++place) {
+        walk += i.get_attr()->get_value().c_str();
+        at(place);
+    }
+    return walk;
+}
+
+TEST(xml_find, an_iterator_finds_its_attribute_again_when_others_come_and_go)
+{
+    const auto node_of = [](const char* values) {
+        xml_node node("n", XML_ELEMENT);
+        for (const char* v = values; *v; ++v) {
+            node.get_attrs().add_attr("a", share_str(v, v + 1));
+            node.get_attrs().add_attr("b", "x");
+        }
+        return node;
+    };
+    const struct {
+        const char* what;
+        void (*change)(attributes&);
+        const char* walk;
+    } changes[] = { // behind the fourth of "0123456789", which stands at 6
+        { "nothing", [](attributes&) {}, "0123456789" },
+        { "one before goes", [](attributes& l) { l.remove_attr(2); }, "0123456789" },
+        { "all before go", [](attributes& l) { for (int i = 0; i < 6; ++i) l.remove_attr(0); }, "0123456789" },
+        { "one before comes", [](attributes& l) { l.add_attr(0, "a", "n"); }, "0123456789" },
+        { "many before come", [](attributes& l) { for (int i = 0; i < 40; ++i) l.add_attr(2, "a", "n"); }, "0123456789" },
+        { "the next goes", [](attributes& l) { l.remove_attr(8); }, "012356789" },
+        { "all behind go", [](attributes& l) { while (l.count() > 7) l.remove_attr(7); }, "0123" },
+        { "one behind comes", [](attributes& l) { l.add_attr(7, "a", "n"); }, "0123n456789" },
+        { "another takes its place",
+          [](attributes& l) {
+              l.remove_attr(0);
+              l.add_attr(6, "a", "n");
+          },
+          "0123n456789" },
+        { "the next has another name", [](attributes& l) { l[8].set_name("c"); }, "012356789" },
+        { "it has another name", [](attributes& l) { l[6].set_name("b"); }, "0123xxxxxxx" },
+    };
+    for (const auto& c : changes) {
+        xml_node node = node_of("0123456789");
+        EXPECT_EQ(c.walk, walk_attributes(node, [&](int place) {
+                      if (place == 3)
+                          c.change(node.get_attrs());
+                  }))
+            << c.what;
+    }
+    // Each one goes when the next was reached.
+    xml_node node = node_of("0123456789");
+    xpath_iter i = node.find("@a");
+    for (int left = 20; !i.IsDone(); left -= 2) {
+        EXPECT_EQ(left, static_cast<int>(node.get_attrs().count()));
+        ++i;
+        EXPECT_EQ(0, node.rmdir("@a"));
+        EXPECT_EQ(0, node.rmdir("@b"));
+    }
+    EXPECT_EQ("n", dump(node));
+}
+
+TEST(xml_find, an_iterator_is_linear_in_attributes_of_one_name)
+{
+    const unsigned n = 40000;
+    xml_node node("n", XML_ELEMENT);
+    for (unsigned i = 0; i < n; ++i)
+        node.get_attrs().add_attr("a", "v");
+    unsigned right = 0;
+    xpath_iter i = node.find("@a");
+    for (unsigned place = 0; !i.IsDone(); ++i, ++place)
+        right += i.get_attr() == node.get_attrs().get_attr(place);
+    EXPECT_EQ(n, right);
+}
+
 // ---- values
 
 TEST(xml_value, is_a_text_or_an_attribute)

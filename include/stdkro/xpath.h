@@ -68,8 +68,8 @@ public:
 class KRO_API xpath_iter {
 public:
     /// Found nothing.
-    xpath_iter() : node_(nullptr), attr_(nullptr) {}
-    explicit xpath_iter(xml_node* node, attribute* found = nullptr) : node_(node), attr_(found) {}
+    xpath_iter() : node_(nullptr), attr_(nullptr), place_(0) {}
+    explicit xpath_iter(xml_node* node, attribute* found = nullptr) : node_(node), attr_(found), place_(0) {}
 
     /// Whether there is nothing here.
     bool IsDone() const { return !node_; }
@@ -104,6 +104,7 @@ public:
 private:
     xml_node* node_;
     attribute* attr_;
+    unsigned place_; // of the attribute when it was reached: where to look for it first
 };
 
 #endif
