@@ -5,6 +5,7 @@
 
 #include "attribute_builder.h"
 #include "attribute_index.h"
+#include "stream_status.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -174,13 +175,11 @@ int ini_doc::read(const char* path)
 }
 
 int ini_doc::write(std::ostream& to) const
-try {
+{
     const auto put = [&to](const char* text, std::size_t length) {
         return static_cast<bool>(to.write(text, static_cast<std::streamsize>(length)));
     };
-    return write_document(*this, put) ? err::ok : err::file_system;
-} catch (const std::ios_base::failure&) {
-    return err::file_system;
+    return stream_status([&] { return write_document(*this, put); });
 }
 
 int ini_doc::write(const char* path) const

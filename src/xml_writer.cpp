@@ -8,11 +8,11 @@
 #include <stdkro/xcpt.h>
 #include <stdkro/xml_doc.h>
 
+#include "stream_status.h"
 #include "xml_char.h"
 
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <ostream>
 
 namespace {
@@ -239,12 +239,8 @@ bool xml_writer::print(const xml_node& top)
 
 int xml_node::write(std::ostream& to, bool pretty) const
 {
-    try {
-        stream_sink sink(to);
-        return xml_writer(sink, pretty).print(*this) ? err::ok : err::file_system;
-    } catch (const std::exception&) { // a stream may have been told to throw
-        return err::file_system;
-    }
+    stream_sink sink(to);
+    return stream_status([&] { return xml_writer(sink, pretty).print(*this); });
 }
 
 int write_xml_file(const char* path, const xml_node& node, bool pretty)

@@ -18,7 +18,7 @@ LAYERS = [
     ["base_var", "bitmap"],
     ["reader", "token", "base_lexer"],
     ["eparser", "elexer", "nesting", "ecalc", "built_in", "rparser", "nfa", "rnfa", "rdfa", "dfa", "regex",
-     "attribute", "ini", "xpath", "xml", "mml"],
+     "attribute", "ini", "xpath", "xml", "mml", "stream_status"],
     ["xpp", "xlexer", "xcompiler", "xmachine", "xmaker", "xfield", "xcontext",
      "xoperands"],
     [],  # the last layer: GROUPS

@@ -5,6 +5,7 @@
 #include "repeated.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 /// A status code as eight digits.
@@ -19,6 +20,12 @@ inline std::string hex(int code)
 inline std::string nested(unsigned depth, const char* opening, const std::string& inner, const char* closing)
 {
     return repeated(opening, depth) + inner + repeated(closing, depth);
+}
+
+/// Whether "/dev/full" takes no byte that is written to it.
+inline bool has_full_device()
+{
+    return std::filesystem::path::preferred_separator == '/' && std::filesystem::exists("/dev/full");
 }
 
 #endif

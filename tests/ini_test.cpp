@@ -6,6 +6,7 @@
 
 #include "document_text.h"
 #include "guarded_text.h"
+#include "throwing_stream.h"
 #include "virtual_slot.h"
 
 #include <gmock/gmock.h>
@@ -17,8 +18,10 @@
 #include <cstdio>
 #include <fstream>
 #include <limits>
+#include <new>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <type_traits>
 
 namespace {
@@ -1039,6 +1042,28 @@ TEST(ini_doc, tells_that_a_stream_failed)
     std::ofstream throwing;
     throwing.exceptions(std::ios::badbit);
     EXPECT_EQ(static_cast<int>(0x80020002), doc.write(throwing));
+}
+
+TEST(ini_doc, turns_what_a_stream_throws_into_a_code)
+{
+    ini_doc doc;
+    doc.add_section("a");
+    const auto write = [&](std::ostream& out) { return doc.write(out); };
+    EXPECT_EQ(err::out_of_memory, status_of_throwing(std::bad_alloc(), write));
+    EXPECT_EQ(err::file_system, status_of_throwing(std::runtime_error("full"), write));
+    EXPECT_EQ(err::file_system, status_of_throwing(xcpt(err::timeout, "slow"), write));
+    EXPECT_EQ(err::file_system, status_of_throwing(1, write));
+}
+
+TEST(ini_doc, tells_that_a_disk_is_full)
+{
+    if (!has_full_device())
+        GTEST_SKIP() << "no full device here";
+    ini_doc doc;
+    doc.add_section("a");
+    EXPECT_EQ(err::file_system, doc.write("/dev/full")) << "closing tells";
+    doc.add_section(string(100000, 's').c_str());
+    EXPECT_EQ(err::file_system, doc.write("/dev/full"));
 }
 
 TEST(ini_doc, reads_and_writes_files)

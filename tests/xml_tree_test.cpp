@@ -5,6 +5,7 @@
 
 #include "document_text.h"
 #include "guarded_text.h"
+#include "throwing_stream.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,8 +15,10 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -1127,6 +1130,24 @@ TEST(xml_write, a_stream_that_fails_is_a_file_system_error)
     std::ostream throwing(&none);
     throwing.exceptions(std::ios::badbit);
     EXPECT_EQ(err::file_system, doc.write(throwing, true));
+}
+
+TEST(xml_write, what_a_stream_throws_becomes_a_code)
+{
+    const xml_doc doc("root");
+    const auto write = [&](std::ostream& out) { return doc.write(out, true); };
+    EXPECT_EQ(err::out_of_memory, status_of_throwing(std::bad_alloc(), write));
+    EXPECT_EQ(err::file_system, status_of_throwing(std::runtime_error("full"), write));
+    EXPECT_EQ(err::file_system, status_of_throwing(xcpt(err::timeout, "slow"), write));
+    EXPECT_EQ(err::file_system, status_of_throwing(1, write));
+}
+
+TEST(xml_write, a_full_disk_is_a_file_system_error)
+{
+    if (!has_full_device())
+        GTEST_SKIP() << "no full device here";
+    EXPECT_EQ(err::file_system, doc_of("<a/>").write("/dev/full", false)) << "closing tells";
+    EXPECT_EQ(err::file_system, doc_of("<a>" + string(100000, 'x') + "</a>").write("/dev/full", false));
 }
 
 TEST(xml_write, files_are_written_and_read_byte_for_byte)

@@ -216,7 +216,8 @@ public:
     int read(const char* path);
 
     /// Writes "[name]" and "name=value" lines, nothing quoted, no blank lines,
-    /// each text up to its first NUL. 0x80020002 when the stream fails.
+    /// each text up to its first NUL. 0x80020002 when the stream fails, also where it
+    /// was told to throw; 0x80010002 when it throws for want of memory.
     int write(std::ostream& to) const;
     /// The same into a file, which is replaced; 0x80020002 when it cannot be
     /// opened or writing fails.

@@ -184,7 +184,8 @@ public:
     /// dropped when nothing is left. What was read before a failure stays.
     int read(xml_reader& from, bool keep_text, bool keep_comments);
     /// Prints the node; a document prints its children. `pretty` indents.
-    /// 0, or 0x80020002 when the stream fails.
+    /// 0, or 0x80020002 when the stream fails, also where it was told to throw;
+    /// 0x80010002 when it throws for want of memory.
     int write(std::ostream& to, bool pretty) const;
 
     /// Nodes made by a reader stand together in larger blocks.
