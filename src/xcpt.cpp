@@ -65,6 +65,7 @@ xrterror& xrterror::operator=(const xrterror& other)
 {
     err_ = other.err_;
     std::memmove(text_, other.text_, sizeof text_);
+    msg_ = text_; // an `xcpt` may have been assigned in between
     return *this;
 }
 

@@ -146,6 +146,19 @@ TEST(status_codes, take_the_messages_a_program_registers)
     expect_class(2, runtime_texts);
 }
 
+TEST(status_codes, without_a_table_or_without_messages_in_it_give_a_marker)
+{
+    static const char* const own[] = { "<GAME NONE>" };
+    set_err_info(5, own, 0);
+    set_err_info(6, nullptr, 3);
+    const std::string empty = get_err_info(err::make(5, 0));
+    const std::string absent = get_err_info(err::make(6, 0));
+    set_err_info(5, nullptr, 0);
+    set_err_info(6, nullptr, 0);
+    EXPECT_EQ("<MINOR ERROR>", empty);
+    EXPECT_EQ("<MAJOR NONE>", absent);
+}
+
 TEST(xcpt, holds_a_code_and_borrows_its_text)
 {
     const char text[] = "bitmap::operator|=";
@@ -207,6 +220,11 @@ TEST(xrterror, copies_point_at_their_own_text)
     EXPECT_EQ(err::syntax, target.get_err());
     const xrterror& same = target;
     target = same;
+    EXPECT_STREQ("gone soon", target.what());
+    // Whatever text was borrowed in between.
+    static_cast<xcpt&>(target) = xcpt(err::failed, "borrowed");
+    EXPECT_STREQ("borrowed", target.what());
+    target = xrterror(err::syntax, "gone soon");
     EXPECT_STREQ("gone soon", target.what());
     try {
         throw target;
@@ -328,11 +346,27 @@ TEST(print_time, writes_at_most_n_bytes)
     }
 }
 
+// What stands in the first 24 bytes, behind which nothing may be written.
+template <class PRINT> std::string first_24(const PRINT& print)
+{
+    char room[64];
+    std::memset(room, '#', sizeof room);
+    EXPECT_EQ(room, print(room));
+    EXPECT_EQ(std::string(40, '#'), std::string(room + 24, 40));
+    return std::string(room, 24);
+}
+
 TEST(print_time, takes_24_bytes_by_default)
 {
     char text[24];
     EXPECT_EQ(text, print_time(text, 1000000000));
     EXPECT_EQ(time_text(1000000000), text);
+    if (sizeof(long) == 4)
+        return; // no time needs more
+    const long late = static_cast<long>(67767976200000000ll);
+    const std::string whole = time_text(late);
+    ASSERT_EQ(0u, whole.find("2147483646-12-")) << whole;
+    EXPECT_EQ(whole.substr(0, 24), first_24([late](char* to) { return print_time(to, late); }));
 }
 
 TEST(print_time_span, counts_days_hours_minutes_and_seconds)
@@ -361,8 +395,11 @@ TEST(print_time_span, counts_days_hours_minutes_and_seconds)
     }
     if (sizeof(long) > 4) {
         char text[64];
-        print_time_span(text, 64, static_cast<long>(0x7FFFFFFFFFFFFFFFll));
+        const long longest = static_cast<long>(0x7FFFFFFFFFFFFFFFll);
+        print_time_span(text, 64, longest);
         EXPECT_STREQ("106751991167300d15h30m7s", text);
+        // The usual 24 bytes hold it without a terminator.
+        EXPECT_EQ("106751991167300d15h30m7s", first_24([longest](char* to) { return print_time_span(to, longest); }));
     }
 }
 
