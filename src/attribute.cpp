@@ -14,11 +14,13 @@
 #include "number_text.h"
 #include "thread_object.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <system_error>
 
@@ -52,6 +54,21 @@ try {
 
 bool is_letter(char c, char lower) { return c == lower || c == lower - 'a' + 'A'; }
 
+// The power of two of the first digit that is not 0 in a hexadecimal number without its
+// prefix, which tells too large from too small. Below every power when there is none.
+long long hexadecimal_magnitude(const char* s, const char* end)
+{
+    const char* const letter = std::find_if(s, end, [](char c) { return is_letter(c, 'p'); });
+    const char* const point = std::find(s, letter, '.');
+    const char* const first = std::find_if(s, letter, [](char c) { return c != '0' && c != '.'; });
+    if (first == letter)
+        return std::numeric_limits<long long>::min();
+    long long exponent = 0;
+    if (letter != end)
+        parse_exponent(letter, end, exponent);
+    return 4LL * (point - first) + exponent;
+}
+
 // strtod reads these too: infinity, not-a-number and hexadecimal numbers.
 const char* parse_special_double(const char* s, double& value)
 {
@@ -70,7 +87,7 @@ const char* parse_special_double(const char* s, double& value)
     if (r.ec == std::errc::invalid_argument)
         return s;
     if (r.ec == std::errc::result_out_of_range)
-        read = std::strpbrk(p, "-") ? 0.0 : HUGE_VAL;
+        read = hexadecimal_magnitude(p, r.ptr) > 0 ? HUGE_VAL : 0.0;
     value = negative ? -read : read;
     return r.ptr;
 }

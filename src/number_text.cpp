@@ -36,23 +36,6 @@ struct decimal_shape {
     long long magnitude;
 };
 
-// exponent := ('e' | 'E') [sign] digits
-const char* skip_exponent(const char* s, const char* end, long long& exponent)
-{
-    const char* p = s + 1;
-    const bool negative = p < end && *p == '-';
-    if (p < end && (*p == '-' || *p == '+'))
-        ++p;
-    const char* const digits = p;
-    for (; p < end && is_digit(*p); ++p) {
-        if (exponent < 100000000000)
-            exponent = exponent * 10 + (*p - '0');
-    }
-    if (negative)
-        exponent = -exponent;
-    return p == digits ? s : p;
-}
-
 // number := digits ['.' [digits]] [exponent] | '.' digits [exponent]
 bool shape_of(const char* s, const char* end, decimal_shape& shape)
 {
@@ -66,7 +49,7 @@ bool shape_of(const char* s, const char* end, decimal_shape& shape)
     while (first < p && (*first == '0' || *first == '.'))
         ++first;
     long long exponent = 0;
-    shape.end = p < end && (*p == 'e' || *p == 'E') ? skip_exponent(p, end, exponent) : p;
+    shape.end = p < end && (*p == 'e' || *p == 'E') ? parse_exponent(p, end, exponent) : p;
     shape.magnitude = point - first + exponent;
     return true;
 }
@@ -92,6 +75,24 @@ const char* parse_int(const char* s, int& value, int radix)
         return s;
     value = static_cast<int>(negative ? -sum : sum);
     return p;
+}
+
+// exponent := letter [sign] digits
+const char* parse_exponent(const char* s, const char* end, long long& exponent)
+{
+    const char* p = s + 1;
+    exponent = 0;
+    const bool negative = p < end && *p == '-';
+    if (p < end && (*p == '-' || *p == '+'))
+        ++p;
+    const char* const digits = p;
+    for (; p < end && is_digit(*p); ++p) {
+        if (exponent < 100000000000)
+            exponent = exponent * 10 + (*p - '0');
+    }
+    if (negative)
+        exponent = -exponent;
+    return p == digits ? s : p;
 }
 
 const char* parse_double(const char* s, const char* end, double& value)

@@ -19,6 +19,10 @@ const char* parse_double(const char* s, double& value);
 /// The same for an unterminated text that ends at `end`.
 const char* parse_double(const char* s, const char* end, double& value);
 
+/// Reads the sign and digits of an exponent, whose letter `s` points at, and stays
+/// far from where a long long ends. Returns where the digits end, or `s` without any.
+const char* parse_exponent(const char* s, const char* end, long long& exponent);
+
 /// What the formatters below write at most, terminator included.
 constexpr int number_text_size = 32;
 

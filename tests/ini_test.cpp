@@ -801,6 +801,26 @@ TEST(attributes, reads_a_double_when_nothing_is_left_over)
         EXPECT_EQ(c.value, list.read("n", -7.0)) << "text: '" << c.text << "'";
         EXPECT_EQ(-7.0, list.read("m", -7.0));
     }
+    // Hexadecimal numbers too large are infinite and those too small 0, however they are written.
+    const string zeros(300, '0');
+    const string fs(400, 'f');
+    const struct { string text; double value; } hexadecimal[] = {
+        { "0x0." + zeros + "1", 0.0 }, { "-0x." + zeros + "1p-1", 0.0 }, { "0x0." + zeros + "1p1204", 1.0 },
+        { "0x0." + zeros + "1p+99999", infinite }, { "0x" + fs, infinite }, { "0x" + fs + "p-1", infinite },
+        { "-0x" + fs + "." + fs + "p-1", -infinite }, { "0x" + fs + "p-99999", 0.0 }, { "0x1" + zeros + "p-1200", 1.0 },
+        { "0x" + zeros + "1p-1", 0.5 }, { "0x" + zeros + "." + zeros + "p-1", 0.0 },
+        { "0x1p99999999999999999999", infinite }, { "0x1p-99999999999999999999", 0.0 },
+        { "-0X.8P+18446744073709551617", -infinite }, { "0x0p99999999999999999999", 0.0 },
+        { "0x0.0p-99999999999999999999", 0.0 }, { "0x10p1020", infinite }, { "0x0.01p-1070", 0.0 },
+        { "0x1.fffffffffffff8p1023", infinite },
+    };
+    for (const auto& c : hexadecimal) {
+        attributes list;
+        list.add_attr("n", c.text.c_str());
+        EXPECT_EQ(c.value, list.read("n", -7.0)) << c.text;
+        list.write("n", (c.text + "x").c_str());
+        EXPECT_EQ(-7.0, list.read("n", -7.0)) << c.text;
+    }
     attributes list;
     list.add_attr("n", "nan");
     EXPECT_TRUE(std::isnan(list.read("n", 1.0)));
