@@ -13,6 +13,7 @@
 #include "text_length.h"
 #include "version_text.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 
@@ -59,20 +60,6 @@ bool has_point(const char* s)
     return *s == '.';
 }
 
-// A caller's format prints the decimal point of the locale; texts have ".".
-void restore_point(char* text, const char* fmt)
-{
-    const char* const point = std::localeconv()->decimal_point;
-    if (std::strcmp(point, ".") == 0 || std::strstr(fmt, point))
-        return;
-    char* const found = std::strstr(text, point);
-    if (!found)
-        return;
-    *found = '.';
-    const std::size_t length = std::strlen(point);
-    std::memmove(found + 1, found + length, std::strlen(found + length) + 1);
-}
-
 int format_number(char* dst, unsigned room, const char* fmt, ...)
 {
     va_list arguments;
@@ -87,12 +74,84 @@ int format_one(char* dst, unsigned room, int value, const char* fmt)
     return format_number(dst, room, fmt, value);
 }
 
+// A format of one number, taken apart. What stands around its conversion is plain
+// text, in which "%%" is one "%".
+struct format_parts {
+    const char* conversion;
+    const char* behind;
+    const char* end;
+
+    explicit format_parts(const char* fmt) : conversion(fmt)
+    {
+        while (*conversion && (conversion[0] != '%' || conversion[1] == '%'))
+            conversion += *conversion == '%' ? 2 : 1;
+        behind = conversion + (*conversion != '\0');
+        behind += std::strspn(behind, " #+-'.0123456789Ll");
+        behind += *behind != '\0';
+        end = behind + std::strlen(behind);
+    }
+};
+
+// As `format_bounded` does it: the length, or -1 when the text was cut.
+int put_plain(char* dst, unsigned room, const char* s, const char* end)
+{
+    if (room == 0)
+        return -1;
+    unsigned n = 0;
+    for (; s < end && n + 1 < room; s += *s == '%' ? 2 : 1)
+        dst[n++] = *s;
+    dst[n] = '\0';
+    return s < end ? -1 : static_cast<int>(n);
+}
+
+// The decimal point in the text of a number, or as much of it as stands at its end.
+char* find_point(char* text, const char* point)
+{
+    for (; *text; ++text) {
+        std::size_t n = 0;
+        while (text[n] && text[n] == point[n])
+            ++n;
+        if (n && (text[n] == '\0' || point[n] == '\0'))
+            return text;
+    }
+    return nullptr;
+}
+
+// The conversion of a format prints the decimal point of the locale; texts have ".".
+int put_number(char* dst, unsigned room, double value, const format_parts& fmt, const char* point)
+{
+    char conversion[64]; // twice what has a meaning
+    const std::size_t length = static_cast<std::size_t>(fmt.behind - fmt.conversion);
+    if (room == 0 || length >= sizeof conversion)
+        return -1;
+    std::memcpy(conversion, fmt.conversion, length);
+    conversion[length] = '\0';
+    const int done = format_number(dst, room, conversion, value);
+    if (char* const found = find_point(dst, point)) {
+        const std::size_t size = std::min(std::strlen(found), std::strlen(point));
+        *found = '.';
+        std::memmove(found + 1, found + size, std::strlen(found + size) + 1);
+    }
+    return done < 0 ? -1 : static_cast<int>(std::strlen(dst));
+}
+
 int format_one(char* dst, unsigned room, double value, const char* fmt)
 {
-    if (format_number(dst, room, fmt, value) < 0)
-        return -1;
-    restore_point(dst, fmt);
-    return static_cast<int>(std::strlen(dst));
+    const char* const point = std::localeconv()->decimal_point;
+    if (std::strcmp(point, ".") == 0)
+        return format_number(dst, room, fmt, value);
+    const format_parts parts(fmt);
+    unsigned written = 0;
+    int length = put_plain(dst, room, fmt, parts.conversion);
+    if (length >= 0 && parts.conversion != parts.behind) {
+        written += static_cast<unsigned>(length);
+        length = put_number(dst + written, room - written, value, parts, point);
+    }
+    if (length >= 0) {
+        written += static_cast<unsigned>(length);
+        length = put_plain(dst + written, room - written, parts.behind, parts.end);
+    }
+    return length < 0 ? -1 : static_cast<int>(written) + length;
 }
 
 template <class NUMBER>

@@ -226,6 +226,66 @@ void end_comma_locale()
     std::setlocale(LC_NUMERIC, "C");
 }
 
+TEST(a_locale_with_a_comma, changes_the_conversion_of_no_format)
+{
+    static const struct {
+        double value;
+        const char* fmt;
+        unsigned room;
+        const char* text;
+    } cases[] = {
+        // What the format itself says stays, commas too.
+        { 1.5, "%g, ", 64, "1.5, " },
+        { 1.5, "x, %g", 64, "x, 1.5" },
+        { 1.5, ",%g,%%", 64, ",1.5,%" },
+        { 1.5, "%%,%.2f.", 64, "%,1.50." },
+        { 1.5, "%%%g%%", 64, "%1.5%" },
+        { 2, "%g, ", 64, "2, " },
+        { 2, "%.0f,5", 64, "2,5" },
+        { 1.5, "%+08.2f|", 64, "+0001.50|" },
+        { 1.5, "%-6.1f|", 64, "1.5   |" },
+        { 1.5e10, "%.1e", 64, "1.5e+10" },
+        { 1.5, "no number, none", 64, "no number, none" },
+        { 1.5, "", 64, "" },
+        // Cut in any place.
+        { 1.5, "%g", 4, "1.5" },
+        { 1.5, "%g", 3, "1." },
+        { 1.5, "%g", 2, "1" },
+        { 1.5, "%g", 1, "" },
+        { 1.5, "%g, ", 6, "1.5, " },
+        { 1.5, "%g, ", 5, "1.5," },
+        { 1.5, "%g, ", 4, "1.5" },
+        { 1.5, "%g, ", 3, "1." },
+        { 2, "%g, ", 3, "2," },
+        { 1.5, "x, %g", 6, "x, 1." },
+        { 1.5, "x, %g", 3, "x," },
+        { 1.5, "%%%g%%", 5, "%1.5" },
+    };
+    for (const auto& c : cases) {
+        char text[64];
+        std::memset(text, '#', sizeof text);
+        ASSERT_TRUE(begin_comma_locale());
+        const int length = str::write_multi(text, c.room, &c.value, 1, c.fmt, '\0');
+        end_comma_locale();
+        char whole[64];
+        const int needed = std::snprintf(whole, sizeof whole, c.fmt, c.value);
+        EXPECT_STREQ(c.text, text) << c.fmt << " in " << c.room;
+        EXPECT_EQ(static_cast<unsigned>(needed) < c.room ? needed : 0, length) << c.fmt << " in " << c.room;
+        EXPECT_TRUE(c.room == sizeof text || text[c.room] == '#') << c.fmt << " in " << c.room;
+    }
+    char text[8] = "#";
+    const double numbers[] = { 1.5, 2.5 };
+    ASSERT_TRUE(begin_comma_locale());
+    const int none = str::write_multi(text, 0, numbers, 2, "%g", ';');
+    const std::string untouched = text;
+    const int first = str::write_multi(text, 7, numbers, 2, "%g", ';');
+    end_comma_locale();
+    EXPECT_EQ(0, none);
+    EXPECT_EQ("#", untouched);
+    EXPECT_EQ(-4, first);
+    EXPECT_STREQ("1.5;2.", text);
+}
+
 TEST(a_locale_with_a_comma, changes_no_number)
 {
     const double numbers[] = { 1.5, -2.25 };
