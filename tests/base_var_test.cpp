@@ -847,6 +847,18 @@ TEST(base_var, casting_to_string_keeps_the_number)
     base_var d(0.5);
     EXPECT_TRUE(d.cast_string());
     EXPECT_EQ(d.get_double(), 0.5);
+    // It goes along with the text.
+    base_var copied(v);
+    base_var assigned;
+    assigned = v;
+    base_var over_text("text");
+    over_text = v;
+    base_var evaluated;
+    evaluated.evaluate(v);
+    base_var source(v);
+    base_var moved(std::move(source));
+    for (const base_var* const c : { &copied, &assigned, &over_text, &evaluated, &moved })
+        EXPECT_EQ(show(*c) + " " + std::to_string(c->get_int()), "string 12 12");
     // Assigning a text does not.
     v = "text";
     EXPECT_EQ(v.get_int(), 0);
