@@ -1,9 +1,14 @@
 // A fixed-size text in the caller's buffer.
 #include <stdkro/share_str.h>
 
-static_str::static_str(char* buf) noexcept
-    : fixed_str(buf, buf ? static_cast<unsigned>(std::strlen(buf) + 1) : 0)
+// The largest size stands for any that has more than 32 bits: such a buffer is full too.
+static_str::static_str(char* buf) noexcept : fixed_str(buf, 0xFFFFFFFF)
 {
+    const unsigned used = length();
+    if (!buf)
+        size_ = 0;
+    else if (used < 0xFFFFFFFF)
+        size_ = used + 1;
 }
 
 static_str& static_str::operator=(const char* s) noexcept

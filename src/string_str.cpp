@@ -140,7 +140,8 @@ bool string_str::insert(unsigned pos, const char* s, unsigned n) noexcept
 
 bool string_str::insert(unsigned pos, const char* s) noexcept
 {
-    return insert(pos, s, static_cast<unsigned>(std::strlen(or_empty(s))));
+    const std::size_t length = std::strlen(or_empty(s));
+    return length <= 0xFFFFFFFF && insert(pos, s, static_cast<unsigned>(length));
 }
 
 bool string_str::insert(unsigned pos, char c) noexcept { return insert(pos, &c, 1); }

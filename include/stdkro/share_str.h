@@ -280,8 +280,12 @@ public:
         size_ = size;
     }
 
-    /// Characters before the first NUL.
-    unsigned length() const noexcept { return buf_ ? static_cast<unsigned>(std::strlen(buf_)) : 0; }
+    /// Characters before the first NUL; 0xFFFFFFFF when there are more.
+    unsigned length() const noexcept
+    {
+        const std::size_t n = buf_ ? std::strlen(buf_) : 0;
+        return n < 0xFFFFFFFF ? static_cast<unsigned>(n) : 0xFFFFFFFF;
+    }
     /// Bytes in the buffer, the terminator's included.
     unsigned capacity() const { return size_; }
     /// The buffer; null when there is none.

@@ -34,7 +34,7 @@ public:
             munmap(text_, size);
     }
 
-    const char* get() const { return is_complete_ ? text_ : nullptr; }
+    char* get() const { return is_complete_ ? text_ : nullptr; }
     static constexpr std::size_t length = std::size_t { 1 } << 32;
 
 private:
@@ -75,6 +75,15 @@ TEST(a_text_of_four_gigabytes, is_refused_everywhere)
     EXPECT_EQ(0u, whole.length());
     const dynamic_str part(huge.get(), huge.get() + huge.length);
     EXPECT_EQ(0u, part.capacity());
+    string_str standard("old");
+    EXPECT_FALSE(standard.insert(1, huge.get()));
+    EXPECT_STREQ("old", standard.c_str());
+    // A buffer of that size is taken for the largest there is, and is full.
+    static_str lent(huge.get());
+    EXPECT_EQ(0xFFFFFFFF, lent.capacity());
+    EXPECT_EQ(0xFFFFFFFF, lent.length());
+    EXPECT_FALSE(lent.splice("b"));
+    EXPECT_EQ('a', lent.get(0));
     rnfa_maker parser;
     rparser::rbase* parsed = nullptr;
     EXPECT_EQ(err::out_of_memory, parser.expr(&parsed, huge.get()));
