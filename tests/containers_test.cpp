@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <deque>
 #include <list>
 #include <map>
@@ -27,6 +28,33 @@ struct counted {
 };
 int counted::alive = 0;
 
+// An item that cannot be moved, and whose copying throws after so many copies.
+struct fragile : counted {
+    static int copies_left;
+    fragile(int v = 0) : counted(v) {}
+    fragile(const fragile& other) : counted(other)
+    {
+        if (copies_left-- == 0)
+            throw xrterror(err::failed, "no more copies");
+    }
+    fragile& operator=(const fragile& other) = default;
+};
+int fragile::copies_left = -1;
+
+// Does `change` with its copy `n` failing; whether it threw.
+template <class CHANGE> bool fails_at(int n, const CHANGE& change)
+{
+    fragile::copies_left = n;
+    bool thrown = false;
+    try {
+        change();
+    } catch (const xrterror&) {
+        thrown = true;
+    }
+    fragile::copies_left = -1;
+    return thrown;
+}
+
 struct no_leftovers : testing::Test {
     void SetUp() override { ASSERT_EQ(counted::alive, 0); }
     void TearDown() override { EXPECT_EQ(counted::alive, 0); }
@@ -43,7 +71,7 @@ template <class SEQUENCE> std::vector<int> values(const SEQUENCE& s)
     return v;
 }
 
-std::vector<int> values(const cycque<counted>& q)
+template <class T> std::vector<int> values(const cycque<T>& q)
 {
     std::vector<int> v;
     for (unsigned i = 0; i < q.count(); ++i)
@@ -137,6 +165,54 @@ TEST_F(cycque_test, a_copy_is_independent)
     EXPECT_TRUE(moved.isempty());
     moved = std::move(q);
     EXPECT_EQ(values(moved), expected);
+}
+
+TEST_F(cycque_test, a_copy_that_throws_leaves_the_queue_as_it_was)
+{
+    for (const bool at_front : { false, true }) {
+        bool is_failing = true;
+        for (int n = 0; is_failing; ++n) {
+            // A full ring that begins in its middle.
+            cycque<fragile> q;
+            for (int i = 0; i < 11; ++i) {
+                q.push_back(i);
+                if (i < 3)
+                    q.pop_front();
+            }
+            std::vector<int> expected = { 3, 4, 5, 6, 7, 8, 9, 10 };
+            const fragile item(99);
+            is_failing = fails_at(n, [&] { at_front ? q.push_front(item) : q.push_back(item); });
+            ASSERT_EQ(is_failing, n < 9) << "nine copies, no more";
+            if (!is_failing)
+                expected.insert(at_front ? expected.begin() : expected.end(), 99);
+            ASSERT_EQ(values(q), expected) << n;
+            ASSERT_EQ(counted::alive, static_cast<int>(expected.size()) + 1) << n;
+            q.push_back(100);
+            expected.push_back(100);
+            ASSERT_EQ(values(q), expected) << n;
+        }
+    }
+}
+
+TEST_F(cycque_test, a_full_queue_copies_what_it_has_when_moving_could_throw)
+{
+    // Moving an item that was copied would leave it empty when a later one throws.
+    struct item {
+        fragile copied;
+        std::vector<int> moved;
+        explicit item(int v) : copied(v), moved(1, v) {}
+        item(const item& other) = default;
+        item(item&& other) : copied(other.copied), moved(std::move(other.moved)) {}
+    };
+    cycque<item> q;
+    for (int i = 0; i < 8; ++i)
+        q.push_back(item(i));
+    for (int n = 0; n < 8; ++n) {
+        item added(99);
+        ASSERT_TRUE(fails_at(n + 1, [&] { q.push_back(added); })) << n;
+        for (unsigned i = 0; i < 8; ++i)
+            ASSERT_EQ(q[i].moved, std::vector<int>(1, static_cast<int>(i))) << n;
+    }
 }
 
 // ---- hmap --------------------------------------------------------------------
@@ -339,6 +415,25 @@ struct every_key_alike {
     unsigned operator()(int) const { return 7; }
 };
 
+TEST_F(hmap_test, a_copy_that_throws_leaves_the_map_as_it_was_and_takes_no_room)
+{
+    hmap<int, fragile> m;
+    m.set(1, 1);
+    fragile* const first = m.find(1);
+    const fragile item(2);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_TRUE(fails_at(0, [&] { m.set(2, item); }));
+        ASSERT_EQ(m.count(), 1u);
+        ASSERT_EQ(m.find(2), nullptr);
+    }
+    // Chunks hold at least four: the next one stands beside the first.
+    fragile* const second = &m.set(2, item);
+    EXPECT_EQ(m.find(1), first);
+    EXPECT_LT(std::abs(reinterpret_cast<char*>(second) - reinterpret_cast<char*>(first)), 200);
+    EXPECT_TRUE(fails_at(0, [&] { hmap<int, fragile> copy(m); }));
+    EXPECT_TRUE(fails_at(1, [&] { hmap<int, fragile> copy(m); }));
+}
+
 TEST_F(hmap_test, integers_enumerations_and_pointers_are_keys)
 {
     hmap<int, int> ints;
@@ -488,6 +583,22 @@ TEST_F(dlist_test, a_copy_is_independent)
     dlist<counted> moved(std::move(empty));
     moved = std::move(l);
     EXPECT_EQ(values(moved), (std::vector<int> { 7 }));
+}
+
+TEST_F(dlist_test, a_copy_that_throws_leaves_the_list_as_it_was)
+{
+    dlist<fragile> l;
+    l.push_back(1);
+    l.push_back(2);
+    const fragile item(3);
+    EXPECT_TRUE(fails_at(0, [&] { l.push_front(item); }));
+    EXPECT_TRUE(fails_at(0, [&] { l.insert(l.end(), item); }));
+    EXPECT_TRUE(fails_at(1, [&] { dlist<fragile> copy(l); }));
+    EXPECT_TRUE(fails_at(1, [&] {
+        dlist<fragile> assigned;
+        assigned = l;
+    }));
+    EXPECT_EQ(values(l), (std::vector<int> { 1, 2 }));
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 /// Where the containers get their memory. Exhausted memory is an `xrterror`
@@ -66,52 +67,13 @@ public:
         return *this;
     }
 
-    /// Adds at the end. The argument may be an item of this queue.
-    void push_back(const T& item)
-    {
-        if (count_ == size_) {
-            T copy(item); // growing moves the items, and `item` may be one of them
-            grow();
-            new (slot(count_)) T(std::move(copy));
-        } else {
-            new (slot(count_)) T(item);
-        }
-        ++count_;
-    }
-    void push_back(T&& item)
-    {
-        if (count_ == size_) {
-            T moved(std::move(item));
-            grow();
-            new (slot(count_)) T(std::move(moved));
-        } else {
-            new (slot(count_)) T(std::move(item));
-        }
-        ++count_;
-    }
-    /// Adds in front. The argument may be an item of this queue.
-    void push_front(const T& item)
-    {
-        if (count_ == size_) {
-            T copy(item);
-            grow();
-            new (slot(size_ - 1)) T(std::move(copy));
-        } else {
-            new (slot(size_ - 1)) T(item);
-        }
-        step_back();
-    }
-    void push_front(T&& item)
-    {
-        if (count_ == size_) {
-            T moved(std::move(item));
-            grow();
-            new (slot(size_ - 1)) T(std::move(moved));
-        } else {
-            new (slot(size_ - 1)) T(std::move(item));
-        }
-        step_back();
-    }
+    /// Adds at the end. The argument may be an item of this queue. Should
+    /// copying throw, the queue stays as it was.
+    void push_back(const T& item) { add_back(item); }
+    void push_back(T&& item) { add_back(std::move(item)); }
+    /// Adds in front, in the same way.
+    void push_front(const T& item) { add_front(item); }
+    void push_front(T&& item) { add_front(std::move(item)); }
 
     /// Removes the first item; false when there is none.
     bool pop_front()
@@ -168,26 +130,77 @@ private:
     T* slot(unsigned i) { return ring_ + ((first_ + i) & (size_ - 1)); }
     const T* slot(unsigned i) const { return ring_ + ((first_ + i) & (size_ - 1)); }
 
-    void step_back()
+    template <class ITEM>
+    void add_back(ITEM&& item)
     {
+        if (count_ == size_)
+            grow(std::forward<ITEM>(item), count_);
+        else
+            new (slot(count_)) T(std::forward<ITEM>(item));
+        ++count_;
+    }
+    template <class ITEM>
+    void add_front(ITEM&& item)
+    {
+        if (count_ == size_)
+            grow(std::forward<ITEM>(item), larger_size() - 1);
+        else
+            new (slot(size_ - 1)) T(std::forward<ITEM>(item));
         first_ = (first_ + size_ - 1) & (size_ - 1);
         ++count_;
     }
 
-    void grow()
+    unsigned larger_size() const { return size_ == 0 ? 8 : size_ * 2; }
+
+    // A larger ring with `item` in slot `place`, and the items there are from slot 0 on.
+    // `item` goes first: it may be one of them.
+    template <class ITEM>
+    void grow(ITEM&& item, unsigned place)
     {
-        const unsigned size = size_ == 0 ? 8 : size_ * 2;
+        const unsigned size = larger_size();
         if (size == 0)
             throw xrterror(err::out_of_memory, "out of memory");
         T* const ring = static_cast<T*>(container_memory::take_array(size, sizeof(T)));
-        for (unsigned i = 0; i < count_; ++i) {
-            new (ring + i) T(std::move(*slot(i)));
-            slot(i)->~T();
+        try {
+            new (ring + place) T(std::forward<ITEM>(item));
+            move_items(ring, ring + place);
+        } catch (...) {
+            container_memory::give(ring);
+            throw;
         }
         container_memory::give(ring_);
         ring_ = ring;
         size_ = size;
         first_ = 0;
+    }
+
+    // Moves all items to `to`. Should that throw, they stay, and `added` goes.
+    void move_items(T* to, T* added)
+    {
+        if constexpr (std::is_nothrow_move_constructible<T>::value) {
+            for (unsigned i = 0; i < count_; ++i) {
+                new (to + i) T(std::move(*slot(i)));
+                slot(i)->~T();
+            }
+        } else {
+            copy_items(to, added);
+            for (unsigned i = 0; i < count_; ++i)
+                slot(i)->~T();
+        }
+    }
+
+    void copy_items(T* to, T* added)
+    {
+        unsigned done = 0;
+        try {
+            for (; done < count_; ++done)
+                new (to + done) T(std::move_if_noexcept(*slot(done)));
+        } catch (...) {
+            while (done > 0)
+                to[--done].~T();
+            added->~T();
+            throw;
+        }
     }
 
     void append_all(const cycque& other)

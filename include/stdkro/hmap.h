@@ -328,10 +328,7 @@ private:
         }
         if (!free_)
             take_chunk();
-        // Should copying the key or value throw, the room stays unused until `clear`.
-        room* const place = free_;
-        free_ = place->next;
-        node* const added = new (place->bytes) node(key, std::forward<ARGUMENTS>(rest)...);
+        node* const added = make_node(key, std::forward<ARGUMENTS>(rest)...);
         added->prev = last_;
         added->next = nullptr;
         (last_ ? last_->next : first_) = added;
@@ -341,6 +338,22 @@ private:
         ++count_;
         ++revision_;
         return added->item;
+    }
+
+    // A node in the first free room. Should copying the key or value throw, that stays free.
+    template <class... ARGUMENTS>
+    node* make_node(const K& key, ARGUMENTS&&... rest)
+    {
+        room* const place = free_;
+        room* const next = place->next; // the node takes its place
+        try {
+            node* const made = new (place->bytes) node(key, std::forward<ARGUMENTS>(rest)...);
+            free_ = next;
+            return made;
+        } catch (...) {
+            place->next = next;
+            throw;
+        }
     }
 
     void grow()

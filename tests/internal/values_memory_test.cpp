@@ -4,6 +4,7 @@
 
 #include <stdkro/base_lexer.h>
 #include <stdkro/dlist.h>
+#include <stdkro/ini_doc.h>
 #include <stdkro/str.h>
 
 #include "gbk_texts.h"
@@ -23,7 +24,7 @@ template <class ACTION> int status_with(allocation_failure& failure, ACTION acti
     int status;
     try {
         status = action();
-    } catch (const xrterror& e) {
+    } catch (const xcpt& e) {
         status = e.get_err();
     }
     failure.disarm();
@@ -83,6 +84,67 @@ TEST(values_memory, a_container_keeps_what_it_had)
         int at = 0;
         for (int v : l)
             ASSERT_EQ(v, at++);
+    }
+}
+
+// A list of pairs is copied, not moved, and its copy needs memory.
+TEST(values_memory, a_queue_of_lists_keeps_them_when_it_cannot_grow)
+{
+    attributes list;
+    list.add_attr("name", "value");
+    list.add_attr("other", long_text);
+    for (const bool at_front : { false, true }) {
+        int failures = 0;
+        for (allocation_failure failure; failure.next();) {
+            const long living = allocation_failure::living();
+            {
+                cycque<attributes> q;
+                for (int i = 0; i < 8; ++i)
+                    q.push_back(list);
+                const int status = status_with(failure, [&] {
+                    at_front ? q.push_front(list) : q.push_back(list);
+                    return 0;
+                });
+                ASSERT_EQ(status, failure.happened() ? err::out_of_memory : 0) << failure.nth();
+                ASSERT_EQ(q.count(), failure.happened() ? 8u : 9u);
+                for (unsigned i = 0; i < q.count(); ++i) {
+                    ASSERT_EQ(q[i].count(), 2u);
+                    ASSERT_STREQ(q[i][1].get_value().c_str(), long_text);
+                }
+            }
+            ASSERT_EQ(allocation_failure::living(), living);
+            failures += failure.happened();
+        }
+        EXPECT_GT(failures, 9) << "each copy can fail";
+    }
+}
+
+TEST(values_memory, an_item_stays_with_its_owner_when_a_container_cannot_take_it)
+{
+    for (int kind = 0; kind < 3; ++kind) {
+        for (allocation_failure failure; failure.next();) {
+            cycque<base_var> q;
+            for (int i = 0; i < 8; ++i)
+                q.push_back(i);
+            dlist<base_var> l;
+            base_var item(long_text);
+            const int status = status_with(failure, [&] {
+                switch (kind) {
+                case 0:
+                    q.push_back(std::move(item));
+                    return 0;
+                case 1:
+                    q.push_front(std::move(item));
+                    return 0;
+                default:
+                    l.push_back(std::move(item));
+                    return 0;
+                }
+            });
+            ASSERT_EQ(status, failure.happened() ? err::out_of_memory : 0);
+            ASSERT_EQ(item.is_string(), failure.happened()) << kind;
+            ASSERT_EQ(q.count() + l.count(), failure.happened() ? 8u : 9u);
+        }
     }
 }
 
