@@ -20,7 +20,8 @@
 
 namespace {
 
-bool comma_locale = false;
+// The decimal point of the locale that is stood in for; null for that of the C library.
+const char* locale_point = nullptr;
 
 } // namespace
 
@@ -31,20 +32,28 @@ int __real_vsnprintf(char* dst, std::size_t size, const char* fmt, va_list argum
 
 lconv* __wrap_localeconv()
 {
-    static char comma[] = ",";
-    static lconv with_comma;
-    with_comma = *__real_localeconv();
-    with_comma.decimal_point = comma;
-    return comma_locale ? &with_comma : __real_localeconv();
+    static char point[4];
+    static lconv with_point;
+    if (!locale_point)
+        return __real_localeconv();
+    with_point = *__real_localeconv();
+    with_point.decimal_point = std::strcpy(point, locale_point);
+    return &with_point;
 }
 
 // Stands in for a C library that follows such a locale.
 int __wrap_vsnprintf(char* dst, std::size_t size, const char* fmt, va_list arguments)
 {
-    const int length = __real_vsnprintf(dst, size, fmt, arguments);
-    for (char* p = dst; comma_locale && size && *p; ++p)
-        *p = *p == '.' ? ',' : *p;
-    return length;
+    if (!locale_point)
+        return __real_vsnprintf(dst, size, fmt, arguments);
+    char whole[64];
+    __real_vsnprintf(whole, sizeof whole, fmt, arguments);
+    std::string text;
+    for (const char* p = whole; *p; ++p)
+        text += *p == '.' ? locale_point : std::string(1, *p);
+    if (size > 0)
+        dst[text.copy(dst, size - 1)] = '\0';
+    return static_cast<int>(text.size());
 }
 
 } // extern "C"
@@ -213,17 +222,46 @@ TEST(text_class, knows_bytes_of_the_C_locale_only)
 // A C library in a DLL cannot be stood in for, but it has locales of its own.
 bool begin_comma_locale()
 {
-    comma_locale = true;
+    locale_point = ",";
     if (std::strcmp(std::localeconv()->decimal_point, ",") == 0)
         return true;
-    comma_locale = false;
+    locale_point = nullptr;
     return std::setlocale(LC_NUMERIC, "German") != nullptr;
 }
 
 void end_comma_locale()
 {
-    comma_locale = false;
+    locale_point = nullptr;
     std::setlocale(LC_NUMERIC, "C");
+}
+
+TEST(a_locale_with_a_point_of_two_bytes, changes_no_number)
+{
+    static const struct {
+        unsigned room;
+        int result;
+        const char* text;
+    } cases[] = {
+        { 16, 9, "<1.5>\xD9\xAB\xD9\xAB" },
+        { 10, 9, "<1.5>\xD9\xAB\xD9\xAB" },
+        { 6, 0, "<1.5>" },
+        // A number that is cut in its point, or behind it, ends with the point.
+        { 5, 0, "<1." },
+        { 4, 0, "<1." },
+        { 3, 0, "<1" },
+    };
+    for (const auto& c : cases) {
+        const double number = 1.5;
+        char text[16];
+        locale_point = "\xD9\xAB";
+        const bool is_known = std::strcmp(std::localeconv()->decimal_point, locale_point) == 0;
+        const int result = str::write_multi(text, c.room, &number, 1, "<%g>\xD9\xAB\xD9\xAB", '\0');
+        locale_point = nullptr;
+        if (!is_known)
+            GTEST_SKIP() << "this C library cannot be stood in for";
+        EXPECT_EQ(c.result, result) << c.room;
+        EXPECT_STREQ(c.text, text) << c.room;
+    }
 }
 
 TEST(a_locale_with_a_comma, changes_the_conversion_of_no_format)
