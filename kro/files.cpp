@@ -7,6 +7,7 @@
 #include <stdkro/xcpt.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -15,23 +16,63 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A name in the folder of `path` that no file has.
-std::string name_beside(const std::string& path)
+// A new file beside an old one. It goes away again unless it takes the old one's name.
+class file_beside {
+public:
+    explicit file_beside(const fs::path& old);
+    ~file_beside();
+    file_beside(const file_beside&) = delete;
+    file_beside& operator=(const file_beside&) = delete;
+
+    /// These return false when that failed.
+    bool fill(const std::string& bytes);
+    bool replace();
+
+private:
+    const fs::path old_;
+    fs::path name_;
+    file_pointer file_;
+    bool is_temporary_;
+};
+
+// Under the first name that nobody has: asking first would leave time to take it.
+file_beside::file_beside(const fs::path& old) : old_(old)
 {
-    std::string name = path + ".new";
-    std::error_code ignored;
-    for (int i = 2; fs::exists(name, ignored); ++i)
-        name = path + ".new" + std::to_string(i);
-    return name;
+    std::string end = ".new";
+    for (int i = 2;; ++i) {
+        name_ = old;
+        name_ += end;
+        file_.reset(make_file(name_.string().c_str()));
+        if (file_ || errno != EEXIST)
+            break;
+        end = ".new" + std::to_string(i);
+    }
+    is_temporary_ = file_ != nullptr;
 }
 
-bool write_whole_file(const std::string& path, const std::string& bytes)
+file_beside::~file_beside()
 {
-    std::FILE* const file = std::fopen(path.c_str(), "wb");
-    if (!file)
+    file_.reset();
+    std::error_code ignored;
+    if (is_temporary_)
+        fs::remove(name_, ignored);
+}
+
+bool file_beside::fill(const std::string& bytes)
+{
+    if (!file_)
         return false;
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && flush_to_disk(file);
-    return std::fclose(file) == 0 && written;
+    const bool written = give_permissions(file_.get(), old_.string().c_str())
+        && std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) == bytes.size() && flush_to_disk(file_.get());
+    return std::fclose(file_.release()) == 0 && written;
+}
+
+bool file_beside::replace()
+{
+    std::error_code failure;
+    fs::rename(name_, old_, failure);
+    is_temporary_ = static_cast<bool>(failure);
+    return !failure;
 }
 
 void append_utf8(std::string& to, unsigned c)
@@ -106,19 +147,11 @@ int print_text(const std::string& text)
 int replace_file(const std::string& path, const std::string& bytes)
 {
     std::error_code failure;
-    const std::string target = fs::canonical(path, failure).string();
+    const fs::path old = fs::canonical(path, failure);
     if (failure)
         return err::file_system;
-    const std::string made = name_beside(target);
-    bool done = write_whole_file(made, bytes);
-    if (done) {
-        fs::permissions(made, fs::status(target, failure).permissions(), failure);
-        fs::rename(made, target, failure);
-        done = !failure;
-    }
-    if (!done)
-        fs::remove(made, failure);
-    return done ? err::ok : err::file_system;
+    file_beside made(old);
+    return made.fill(bytes) && made.replace() ? err::ok : err::file_system;
 }
 
 std::string utf8_of_gbk(const std::string& text)

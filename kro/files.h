@@ -30,6 +30,13 @@ int report_lost_output();
 /// permissions; a link stays a link. 0, or 0x80020002 with the old content in place.
 int replace_file(const std::string& path, const std::string& bytes);
 
+/// Makes a file for writing that nobody else can read yet. Null where it cannot be made, with
+/// EEXIST in `errno` where the name is taken, be it by a link that leads nowhere.
+extern "C" std::FILE* make_file(const char* path); // "C", so that a test can stand in for it
+
+/// Gives the file the permissions of the one of that name; false when that failed.
+bool give_permissions(std::FILE* file, const char* path);
+
 /// Hands all that was written to the disk itself; false when that failed.
 bool flush_to_disk(std::FILE* file);
 

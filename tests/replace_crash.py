@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Ends `kro ini` and `kro xml` in the middle of a change, and lets the system fail
-them there: the old file stays as it was, and nothing else in the folder changes.
+them there: the old file stays as it was, nothing else in the folder changes, and nobody
+can read what was for some only.
 
     replace_crash.py KRO
 
@@ -13,6 +14,7 @@ import errno
 import os
 import resource
 import signal
+import stat
 import struct
 import subprocess
 import sys
@@ -88,16 +90,20 @@ TROUBLES = [
 INI = "[server]\nport=80\n" + "".join("key%d=value %d\n" % (i, i) for i in range(2000))
 XML = "<config><server port=\"80\"/>" + "".join("<key%d>value %d</key%d>" % (i, i, i) for i in range(2000)) + "</config>"
 CHANGES = [
-    ("service.ini", INI, ["ini", "service.ini", "set", "server", "port", "90"], "port=90"),
-    ("service.ini", INI, ["ini", "service.ini", "unset", "server", "key7"], "port=80"),
-    ("service.xml", XML, ["xml", "service.xml", "set", "/config/server/@port", "90"], "port=\"90\""),
-    ("service.xml", XML, ["xml", "service.xml", "rm", "/config/key7"], "port=\"80\""),
+    ("service.ini", INI, 0o600, ["ini", "service.ini", "set", "server", "port", "90"], "port=90"),
+    ("service.ini", INI, 0o664, ["ini", "service.ini", "unset", "server", "key7"], "port=80"),
+    ("service.xml", XML, 0o640, ["xml", "service.xml", "set", "/config/server/@port", "90"], "port=\"90\""),
+    ("service.xml", XML, 0o600, ["xml", "service.xml", "rm", "/config/key7"], "port=\"80\""),
 ]
 
 
 def content(path):
     with open(path) as file:
         return file.read()
+
+
+def mode(path):
+    return stat.S_IMODE(os.lstat(path).st_mode)
 
 
 def run(folder, words, trouble=None):
@@ -110,28 +116,41 @@ def check(what, truth):
         sys.exit("replace_crash.py: %s" % what)
 
 
-def try_change(name, before, words, after, what, trouble, tells):
+def try_change(name, before, permissions, words, after, what, trouble, tells):
     case = "%s: %s" % (" ".join(words), what)
     with tempfile.TemporaryDirectory() as folder:
         path = os.path.join(folder, name)
-        own = path + ".new"  # somebody else's file of the name that a new one would have
+        # What somebody else has under the names that a new file would have.
+        own, link = path + ".new", path + ".new2"
         for each, text in ((path, before), (own, "mine")):
             with open(each, "w") as file:
                 file.write(text)
+            os.chmod(each, permissions)
+        os.symlink("elsewhere", link)
+        others = sorted(os.path.basename(each) for each in (own, link))
+
+        def check_others(when):
+            check("%s: %s another file changed" % (case, when), content(own) == "mine")
+            check("%s: %s a link was followed" % (case, when), not os.path.exists(link) and not os.path.islink(path))
+
         ended = run(folder, words, trouble)
         check("%s: the file changed" % case, content(path) == before)
-        check("%s: another file changed" % case, content(own) == "mine")
+        check_others("at once")
         if tells:
             check("%s: status %d" % (case, ended.returncode), ended.returncode == 1)
             check("%s: %s" % (case, ended.stderr), ended.stderr == name + ": error 0x80020002: file system error\n")
-            check("%s: something stayed behind" % case, sorted(os.listdir(folder)) == [name, name + ".new"])
+            check("%s: something stayed behind" % case, sorted(os.listdir(folder)) == [name] + others)
         else:
             check("%s: status %d" % (case, ended.returncode), ended.returncode < 0)
+        for each in set(os.listdir(folder)) - set(others):
+            check("%s: %s has mode %o" % (case, each, mode(os.path.join(folder, each))),
+                  mode(os.path.join(folder, each)) & ~permissions == 0)
         # What stayed behind is in nobody's way.
         again = run(folder, words)
         check("%s: afterwards: %s" % (case, again.stderr), again.returncode == 0)
         check("%s: afterwards" % case, after in content(path) and content(path) != before)
-        check("%s: another file changed afterwards" % case, content(own) == "mine")
+        check("%s: afterwards the mode is %o" % (case, mode(path)), mode(path) == permissions)
+        check_others("afterwards")
 
 
 for trouble in TROUBLES:

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -27,10 +28,11 @@ step_hooks* hooks = nullptr; // null: everything works
 
 extern "C" {
 
-std::FILE* __real_fopen(const char* path, const char* mode);
-std::FILE* __wrap_fopen(const char* path, const char* mode)
+std::FILE* __real_make_file(const char* path);
+std::FILE* __wrap_make_file(const char* path)
 {
-    return !hooks || hooks->open(path) ? __real_fopen(path, mode) : nullptr;
+    errno = EACCES;
+    return !hooks || hooks->open(path) ? __real_make_file(path) : nullptr;
 }
 
 std::size_t __real_fwrite(const void* bytes, std::size_t size, std::size_t count, std::FILE* file);
@@ -162,6 +164,20 @@ TEST_F(replacing, takes_a_name_that_no_file_has)
     EXPECT_EQ("mine", text(path + ".new"));
     EXPECT_EQ("mine", text(path + ".new2"));
     EXPECT_EQ(3, count_files());
+}
+
+TEST_F(replacing, leaves_a_name_that_somebody_takes_meanwhile)
+{
+    string taken;
+    given.open = [&](const char* to) {
+        if (taken.empty())
+            std::ofstream(taken = to, std::ios::binary) << "mine";
+        return true;
+    };
+    EXPECT_EQ(0, replace());
+    EXPECT_EQ(new_text, text(path));
+    EXPECT_EQ("mine", text(taken));
+    EXPECT_EQ(2, count_files());
 }
 
 TEST_F(replacing, wants_a_file_that_is_there)
