@@ -10,8 +10,10 @@
 #include <stdkro/xcpt.h>
 #include <stdkro/xml_doc.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <sstream>
+#include <streambuf>
 
 namespace {
 
@@ -52,18 +54,62 @@ int read_text(const std::string& text, xml_doc& doc, failure& failed, progress& 
     return in.read_doc(&handler);
 }
 
-void write_shown(const xml_doc& doc, bool pretty, std::ostream& out)
+// ---- printing
+
+// A stream's way to a file, or, without one, to a count of the bytes.
+class counted_output : public std::streambuf {
+public:
+    explicit counted_output(progress& work) : work_(work) {}
+    counted_output(progress& work, std::FILE* to, std::uint64_t whole) : work_(work), to_(to), whole_(whole) {}
+    std::uint64_t count() const { return count_; }
+
+private:
+    std::streamsize xsputn(const char* text, std::streamsize size) override
+    {
+        work_.reached(count_, whole_);
+        count_ += static_cast<std::uint64_t>(size);
+        return to_ ? static_cast<std::streamsize>(std::fwrite(text, 1, static_cast<std::size_t>(size), to_)) : size;
+    }
+
+    progress& work_;
+    std::FILE* const to_ = nullptr;
+    const std::uint64_t whole_ = 0;
+    std::uint64_t count_ = 0;
+};
+
+int write(const xml_doc& doc, bool pretty, counted_output& to)
+{
+    std::ostream out(&to);
+    return doc.write(out, pretty);
+}
+
+// The text may be many times as large as the document: it is never kept, but made once more
+// to know how much of it is done.
+int print(const xml_doc& doc, bool pretty)
+{
+    progress work("printing", progress::unless_output_is_seen);
+    counted_output whole(work);
+    write(doc, pretty, whole);
+    counted_output printed(work, stdout, whole.count());
+    return write(doc, pretty, printed) < 0 ? report_lost_output() : exit_success;
+}
+
+void write_shown(const xml_doc& doc, std::ostream& out)
 {
     progress work("writing");
     const watched_stream watched(out, work);
-    doc.write(out, pretty);
+    doc.write(out, true);
 }
 
-std::string printed(const xml_doc& doc, bool pretty)
+// The text of a file.
+int write_text(const xml_doc& doc, std::string& text)
 {
     std::ostringstream out;
-    write_shown(doc, pretty, out);
-    return out.str();
+    write_shown(doc, out);
+    if (!out)
+        return err::out_of_memory; // nothing else fails there
+    text = out.str();
+    return err::ok;
 }
 
 // ---- dumps
@@ -191,31 +237,45 @@ int report_path(const xml_file& file, const std::string& path, int code)
     return report_error_in(file.path + ": " + path, code);
 }
 
-int refuse(const xml_file& file, const char* why)
+int refuse(const xml_file& file, const std::string& why)
 {
-    print_message("%s: %s; nothing was written\n", file.path.c_str(), why);
+    print_message("%s: %s; nothing was written\n", file.path.c_str(), why.c_str());
     return exit_failure;
 }
 
-// Reads what is to be written into `back`: where that fails, nothing is written.
-bool is_readable(const std::string& text, xml_doc& back)
+const char* const lost_bytes = "writing drops what stands behind byte 255";
+
+bool has_byte_255(const std::string& text) { return text.find('\xFF') != std::string::npos; }
+
+std::string describe(const failure& failed)
 {
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(failed.code));
+    return "line " + std::to_string(failed.line) + " of what would be written: error " + code + ": "
+        + (failed.message.empty() ? get_err_info(failed.code) : utf8_of_gbk(failed.message));
+}
+
+// Reads what is to be written. Returns why it cannot be read; empty where it can.
+std::string trouble_reading_back(const std::string& text, xml_doc& back)
+{
+    if (has_byte_255(text))
+        return lost_bytes;
     progress work("reading what is to be written");
     failure failed;
-    return read_text(text, back, failed, work) >= 0;
+    return read_text(text, back, failed, work) < 0 ? describe(failed) : "";
 }
 
 int save(const xml_file& file, const std::string& text)
 {
-    if (file.text.find('\xFF') != std::string::npos)
-        return refuse(file, "writing drops what stands behind byte 255");
+    if (has_byte_255(file.text))
+        return refuse(file, lost_bytes);
     const int r = replace_file(file.path, text);
     return r < 0 ? report_error_in(file.path, r) : exit_success;
 }
 
-int print_pretty(xml_file& file, const arguments&) { return print_text(printed(file.doc, true)); }
+int print_pretty(xml_file& file, const arguments&) { return print(file.doc, true); }
 
-int print_compact(xml_file& file, const arguments&) { return print_text(printed(file.doc, false)); }
+int print_compact(xml_file& file, const arguments&) { return print(file.doc, false); }
 
 int read_events(const xml_file& file, failure& failed)
 {
@@ -256,24 +316,46 @@ std::string trimmed(const std::string& text)
     return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
 }
 
-// Whether the value comes back from the text: texts come back without white space at
-// their ends, attributes and comments as they are.
-bool is_restored(const std::string& text, const std::string& path, const std::string& value)
+// Whether the value came back: texts come back without white space at their ends,
+// attributes and comments as they are.
+bool is_restored(xml_doc& back, const std::string& path, const std::string& value)
 {
-    xml_doc back;
-    if (!is_readable(text, back))
-        return false;
     const std::string found = back.all()->get_value(path.c_str()).c_str();
     return found == value || found == trimmed(value);
 }
 
+// Whether a plain value could be written in the place of the one that cannot.
+bool is_place_writable(xml_file& file, const std::string& path)
+{
+    std::string text;
+    xml_doc back;
+    return file.doc.all()->set_value(path.c_str(), "1") >= 0 && write_text(file.doc, text) >= 0
+        && trouble_reading_back(text, back).empty();
+}
+
+int set_value(xml_file& file, const std::string& path, const std::string& value)
+{
+    const share_str copy(value.c_str());
+    if (copy.length() != value.size())
+        return err::out_of_memory;
+    return file.doc.all()->set_value(path.c_str(), copy);
+}
+
 int set(xml_file& file, const arguments& words)
 {
-    const int r = file.doc.all()->set_value(words[0].c_str(), words[1].c_str());
+    const std::string &path = words[0], &value = words[1];
+    const int r = set_value(file, path, value);
     if (r < 0)
-        return report_path(file, words[0], r);
-    const std::string text = printed(file.doc, true);
-    if (!is_restored(text, words[0], words[1]))
+        return report_path(file, path, r);
+    std::string text;
+    const int written = write_text(file.doc, text);
+    if (written < 0)
+        return report_error_in(file.path, written);
+    xml_doc back;
+    const std::string trouble = trouble_reading_back(text, back);
+    if (!trouble.empty() && !is_place_writable(file, path))
+        return refuse(file, trouble);
+    if (!trouble.empty() || !is_restored(back, path, value))
         return refuse(file, "the value cannot be written in an XML file");
     return save(file, text);
 }
@@ -283,11 +365,15 @@ int rm(xml_file& file, const arguments& words)
     const int r = file.doc.all()->rmdir(words[0].c_str());
     if (r < 0)
         return report_path(file, words[0], r);
-    const std::string text = printed(file.doc, true);
-    xml_doc back;
-    if (!is_readable(text, back))
+    if (!file.doc.get_doc_node())
         return refuse(file, "a document cannot be without its root element");
-    return save(file, text);
+    std::string text;
+    const int written = write_text(file.doc, text);
+    if (written < 0)
+        return report_error_in(file.path, written);
+    xml_doc back;
+    const std::string trouble = trouble_reading_back(text, back);
+    return trouble.empty() ? save(file, text) : refuse(file, trouble);
 }
 
 // The options that print a document, and the actions on it.
