@@ -187,14 +187,21 @@ int get(ini_file& file, const arguments& words, bool)
     return exit_success;
 }
 
-int set(ini_file& file, const arguments& words, bool forced)
+int set_value(ini_doc& doc, const std::string& name, const std::string& key, const std::string& value)
 {
-    ini_section* section = file.doc.find_section(words[0].c_str());
+    ini_section* section = doc.find_section(name.c_str());
     if (!section)
         // Pairs without a section stand before all headers.
-        section = words[0].empty() ? file.doc.add_section(0, share_str()) : file.doc.add_section(words[0].c_str());
-    section->write(words[1].c_str(), words[2].c_str());
-    return save(file, forced);
+        section = name.empty() ? doc.add_section(0, share_str()) : doc.add_section(name.c_str());
+    if (section->get_name().length() != name.size())
+        return err::out_of_memory;
+    return section->write(key.c_str(), value.c_str());
+}
+
+int set(ini_file& file, const arguments& words, bool forced)
+{
+    const int r = set_value(file.doc, words[0], words[1], words[2]);
+    return r < 0 ? report_error_in(file.path, r) : save(file, forced);
 }
 
 int unset(ini_file& file, const arguments& words, bool forced)
