@@ -44,8 +44,10 @@ int run(xpp::xmachine& machine, const script& s)
 {
     if (run_shown(machine, s) < 0)
         return report_run_error(s, machine);
-    machine.get_ostream()->flush();
-    return machine.get_ostream()->good() ? exit_success : report_lost_output();
+    std::ostream& output = machine.get_ostream()->flush();
+    if (output.good())
+        return exit_success;
+    return &output == &std::cout ? report_lost_output() : report_error(err::file_system, "cannot write the output");
 }
 
 int run_to_file(xpp::xmachine& machine, const script& s, const command_words& words)

@@ -9,6 +9,8 @@ bool is_typed_input();
 /// Whether somebody sees standard output, and standard error, at once: it is a terminal.
 bool is_shown_output();
 bool is_shown_error();
+/// Whether another program reads standard output: it is a pipe.
+bool is_piped_output();
 /// How wide the terminal of standard error is at present, 80 where nobody knows; 0 while it
 /// belongs to others, because this program works in the background.
 unsigned shown_columns();

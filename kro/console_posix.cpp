@@ -1,11 +1,18 @@
 #include "console.h"
 
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 bool is_typed_input() { return isatty(STDIN_FILENO) == 1; }
 bool is_shown_output() { return isatty(STDOUT_FILENO) == 1; }
 bool is_shown_error() { return isatty(STDERR_FILENO) == 1; }
+
+bool is_piped_output()
+{
+    struct stat about;
+    return fstat(STDOUT_FILENO, &about) == 0 && S_ISFIFO(about.st_mode);
+}
 
 unsigned shown_columns()
 {

@@ -9,6 +9,7 @@
 bool is_typed_input() { return _isatty(_fileno(stdin)) != 0; }
 bool is_shown_output() { return _isatty(_fileno(stdout)) != 0; }
 bool is_shown_error() { return _isatty(_fileno(stderr)) != 0; }
+bool is_piped_output() { return GetFileType(GetStdHandle(STD_OUTPUT_HANDLE)) == FILE_TYPE_PIPE; }
 
 unsigned shown_columns()
 {

@@ -1,6 +1,7 @@
 #include "files.h"
 
 #include "command.h"
+#include "console.h"
 #include "gbk_table.h"
 #include "progress.h"
 
@@ -129,7 +130,12 @@ int read_whole_file(const std::string& path, std::string& bytes)
     return std::ferror(file.get()) ? err::file_system : err::ok;
 }
 
-int report_lost_output() { return report_error(err::file_system, "cannot write the output"); }
+// A pipe is lost only by a reader who has gone, as "head" goes. He wants no message: where there are
+// signals, one ends the program then.
+int report_lost_output()
+{
+    return is_piped_output() ? exit_failure : report_error(err::file_system, "cannot write the output");
+}
 
 int print_text(const std::string& text)
 {

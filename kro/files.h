@@ -22,7 +22,7 @@ int read_whole_file(const std::string& path, std::string& bytes);
 /// Prints the text. Returns the exit status.
 int print_text(const std::string& text);
 
-/// Tells that the output could not be written. Returns `exit_failure`.
+/// Tells that standard output could not be written, unless its reader has gone. Returns `exit_failure`.
 int report_lost_output();
 
 /// Replaces a file's content: the bytes go to a new file beside it, which then takes
