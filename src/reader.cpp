@@ -33,6 +33,13 @@ unsigned line_feeds(const char* begin, const char* end)
     return static_cast<unsigned>(std::count(begin, end, '\n'));
 }
 
+// Whether [begin, end) lies in another text.
+bool is_part(const char* begin, const char* end, const char* text_begin, const char* text_end)
+{
+    const std::less<const char*> before;
+    return !before(begin, text_begin) && !before(text_end, end);
+}
+
 // isspace without the call for ASCII, where no locale differs.
 bool is_white(char c)
 {
@@ -220,10 +227,17 @@ void reader::mapping(const reader& other)
 {
     if (this == &other)
         return;
-    free_buf();
-    buf_ = other.buf_;
-    eof_ = other.eof_;
-    cur_ = other.cur_;
+    const std::ptrdiff_t size = other.eof_ - other.buf_;
+    const std::ptrdiff_t pos = other.cur_ - other.buf_;
+    if (own_ && is_part(other.buf_, other.eof_, buf_, eof_)) {
+        // Freed, the own text would be gone for both: the part moves to its front.
+        std::memmove(const_cast<char*>(buf_), other.buf_, static_cast<std::size_t>(size));
+    } else {
+        free_buf();
+        buf_ = other.buf_;
+    }
+    eof_ = buf_ + size;
+    cur_ = buf_ + pos;
     line_ = other.line_;
 }
 

@@ -428,6 +428,37 @@ TEST(reader, a_reader_shares_anothers_text)
     EXPECT_EQ(mapped.get_line(), 1);
 }
 
+TEST(reader, a_reader_takes_over_what_another_reads_of_its_own_text)
+{
+    const struct {
+        const char* what;
+        unsigned from, to;
+        const char* text;
+    } cases[] = {
+        { "all of it", 0, 11, "one\ntwo one" },
+        { "a part", 4, 7, "two" },
+        { "nothing", 11, 11, "" },
+    };
+    for (const auto& c : cases) {
+        reader source, view;
+        load(source, "one\ntwo one");
+        view.load_string(source.get_buf() + c.from, source.get_buf() + c.to, false);
+        view.set_line(7);
+        EXPECT_EQ(source.load_reader(view, false), 0) << c.what;
+        EXPECT_EQ(source.get_line(), 7) << c.what;
+        EXPECT_EQ(rest(source), c.text) << c.what;
+    }
+    reader source, view;
+    load(source, "one\ntwo");
+    source.eat_until('t');
+    view.mapping(source);
+    source.seek(0);
+    source.mapping(view);
+    EXPECT_EQ(source.get_line(), 2);
+    EXPECT_EQ(rest(source), "two");
+    EXPECT_EQ(rest(view), "two");
+}
+
 TEST(reader, a_copy_has_a_text_of_its_own)
 {
     char text[] = "one\ntwo";

@@ -48,7 +48,8 @@ public:
     /// Without: the other's whole text, at its position and line, not owned.
     /// Loading from itself does nothing.
     int load_reader(const reader& other, bool copy);
-    /// Points at the other's text, position and line, without owning it.
+    /// Points at the other's text, position and line, without owning it. What points into
+    /// the text that this one owns stays owned: it moves to the front.
     void mapping(const reader& other);
     /// Forgets the text, and frees it if it is owned.
     void clear();
