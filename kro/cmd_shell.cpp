@@ -61,6 +61,15 @@ int set(shell* sh, int argc, char** argv)
     }
 }
 
+void print_variable(const std::string& name, const base_var& value)
+{
+    std::cout << name << '=';
+    if (value.is_rvalue())
+        std::cout << value << '\n';
+    else
+        std::cout << "error: " << get_err_info(value.get_err()) << '\n';
+}
+
 int vars(shell* sh, int, char**)
 {
     std::vector<std::string> names;
@@ -69,7 +78,7 @@ int vars(shell* sh, int, char**)
         names.push_back(variable.key.c_str());
     std::sort(names.begin(), names.end());
     for (const std::string& name : names)
-        std::cout << name << '=' << *variables.find(name.c_str()) << '\n';
+        print_variable(name, *variables.find(name.c_str()));
     return err::ok;
 }
 
