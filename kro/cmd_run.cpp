@@ -53,7 +53,7 @@ int run(xpp::xmachine& machine, const script& s)
 int run_to_file(xpp::xmachine& machine, const script& s, const command_words& words)
 {
     const std::string path = words.text("out");
-    if (words.has("keep") && std::ifstream(path).is_open())
+    if (words.has("keep") && is_there(path))
         return report_error(err::overrun, (path + " is there already").c_str());
     std::ofstream out(path);
     if (!out)

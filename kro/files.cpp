@@ -115,6 +115,12 @@ file_pointer open_to_read(const std::string& path)
     return file_pointer(fs::is_directory(path, ignored) ? nullptr : std::fopen(path.c_str(), "rb"));
 }
 
+bool is_there(const std::string& path)
+{
+    const file_pointer file(std::fopen(path.c_str(), "rb"));
+    return file || errno == EACCES;
+}
+
 int read_whole_file(const std::string& path, std::string& bytes)
 {
     progress work("reading " + path);

@@ -16,6 +16,9 @@ using file_pointer = std::unique_ptr<std::FILE, file_closer>;
 /// Opens a file for reading its bytes; null when that fails, and for a folder.
 file_pointer open_to_read(const std::string& path);
 
+/// A file that must not be read is there too.
+bool is_there(const std::string& path);
+
 /// Reads all bytes of a file. 0, or 0x80020002.
 int read_whole_file(const std::string& path, std::string& bytes);
 
