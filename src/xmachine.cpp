@@ -176,6 +176,17 @@ int machine_state::find_line(int first, int last, int addr) const
 
 int machine_state::current_addr() const { return is_inside ? ip - 1 : ip; }
 
+// Where the caller of activation `i` goes on.
+int machine_state::caller_addr(unsigned i) const
+{
+    const int addr = contexts[i]->get_return_addr();
+    for (const host_call* call = host_calls; addr == xcontext::to_host && call; call = call->outer) {
+        if (call->epoch == epoch && call->depth == i)
+            return call->ip;
+    }
+    return addr;
+}
+
 // ---- activations -----------------------------------------------------------
 
 void machine_state::add_context()

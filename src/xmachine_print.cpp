@@ -133,7 +133,7 @@ void xmachine::print_context(std::ostream& os) const
             print_dyncode(os, addr);
             os << '\n';
         }
-        current = c.get_return_addr();
+        current = state_->caller_addr(i);
     }
 }
 

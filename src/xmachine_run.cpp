@@ -105,15 +105,18 @@ int machine_state::run_loop()
 int machine_state::call_method(xmethod& of, base_var& result, const cycque<base_var>& arguments)
 {
     // Whatever happens, the host finds the machine as it was.
-    struct restore {
+    struct restore : host_call {
         machine_state& s;
-        const unsigned epoch = s.epoch;
-        const unsigned depth = s.depth;
-        const int ip = s.ip;
-        const bool is_inside = s.is_inside;
-        explicit restore(machine_state& of_state) : s(of_state) {}
+        explicit restore(machine_state& of_state)
+            : host_call { of_state.epoch, of_state.depth, of_state.ip, of_state.is_inside, of_state.host_calls }, s(of_state)
+        {
+            s.host_calls = this;
+        }
+        restore(const restore&) = delete;
+        restore& operator=(const restore&) = delete;
         ~restore()
         {
+            s.host_calls = outer;
             if (s.epoch != epoch)
                 return;
             s.drop_contexts(depth);

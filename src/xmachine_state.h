@@ -177,6 +177,15 @@ enum class loop_end {
     dropped  // the activation that the loop ran is gone: a host function cleared it
 };
 
+// What a call from the host interrupted, to be found and put back at its end.
+struct host_call {
+    unsigned epoch;
+    unsigned depth;
+    int ip;
+    bool is_inside;
+    const host_call* outer;
+};
+
 struct machine_state {
     static constexpr int no_ip = -1;
     static constexpr unsigned max_contexts = 12000;
@@ -201,6 +210,7 @@ struct machine_state {
     int add_methods(const char* const* names, const ::method* functions);
     int find_line(int first, int last, int addr) const;
     int current_addr() const;
+    int caller_addr(unsigned i) const;
     void copy_program(const machine_state& other);
     void clear_program();
 
@@ -286,6 +296,8 @@ struct machine_state {
     loop_end last_end;
     // Counts the times the activations were dropped.
     unsigned epoch;
+    // Calls from the host that have not returned, the newest first.
+    const host_call* host_calls = nullptr;
     // Activations, and behind `depth` used ones for the next calls.
     std::vector<xcontext*> contexts;
     unsigned depth;

@@ -1371,6 +1371,56 @@ TEST(xmachine, prints_its_state)
                          "*    17. HALT    \n");
 }
 
+int call_inner(einterpret& machine, base_var& result, cycque<base_var>&)
+{
+    cycque<base_var> none;
+    return machine.call("inner", result, none);
+}
+
+int print_the_context(einterpret& machine, base_var&, cycque<base_var>&)
+{
+    xmachine& m = static_cast<xmachine&>(machine);
+    m.print_context(*m.get_ostream());
+    return 0;
+}
+
+TEST(xmachine, prints_where_the_caller_of_a_host_function_goes_on)
+{
+    xmachine machine;
+    std::ostringstream out;
+    machine.set_ostream(&out);
+    const char* const names[] = { "call", "context", nullptr };
+    const method functions[] = { call_inner, print_the_context };
+    ASSERT_EQ(machine.add_methods(names, functions), 0);
+    ASSERT_EQ(compile_text(machine, "$[proc inner()]$[context()]$[end]$[1]$[2]$[3]$[4]$[call()]$[5]$[6]$[call()]"), 0);
+    ASSERT_EQ(machine.run(), 0);
+    const std::string inner = "inner\n"
+                              "      0. AJZ      4\n"
+                              "      1. PUSH     0\n"
+                              "*     2. CALL     context\n"
+                              "      3. RET     \n"
+                              "      4. STORE    1\n"
+                              "      5. STORE    2\n"
+                              "      6. STORE    3\n"
+                              "__main__\n";
+    EXPECT_EQ(out.str(), inner + "      5. STORE    2\n"
+                                 "      6. STORE    3\n"
+                                 "      7. STORE    4\n"
+                                 "      8. PUSH     0\n"
+                                 "      9. CALL     call\n"
+                                 "*    10. STORE    5\n"
+                                 "     11. STORE    6\n"
+                                 "     12. PUSH     0\n"
+                                 "     13. CALL     call\n"
+                                 "     14. HALT    \n"
+                      + inner + "      9. CALL     call\n"
+                                "     10. STORE    5\n"
+                                "     11. STORE    6\n"
+                                "     12. PUSH     0\n"
+                                "     13. CALL     call\n"
+                                "*    14. HALT    \n");
+}
+
 TEST(xmachine, prints_from_scripts)
 {
     const std::string all = run_with_functions("$[x = 1]$[print_local()]");
