@@ -254,7 +254,7 @@ void base_lexer::eat_line_comment()
     while (p < eof && *p != '\n' && !is_end(*p))
         ++p;
     const bool at_line_feed = p < eof && *p == '\n';
-    set_cur(p < eof ? p + 1 : p);
+    set_cur(at_line_feed ? p + 1 : p); // a byte 0xFF is left: it ends more than the comment
     count_lines(at_line_feed);
 }
 

@@ -160,8 +160,7 @@ private:
 
     void skip_line()
     {
-        for (int ch = get(); ch != -1 && ch != '\n';)
-            ch = get();
+        while (!at_end() && get() != '\n') { }
     }
     void skip_block()
     {
