@@ -13,6 +13,7 @@
 #include "text_class.h"
 
 #include <cmath>
+#include <new>
 #include <ostream>
 
 namespace {
@@ -41,7 +42,9 @@ bool is_whole_double(const char* text, double& v) { return *parse_double(text, v
 
 const share_str& base_var::no_text()
 {
-    static const share_str empty;
+    // Never destroyed, so that values have texts in destructors of statics too.
+    alignas(share_str) static unsigned char place[sizeof(share_str)];
+    static const share_str& empty = *new (place) share_str;
     return empty;
 }
 

@@ -5,6 +5,8 @@
 // than evaluating a short one.
 #include <stdkro/eparser.h>
 
+#include <new>
+
 namespace {
 
 /// A symbol that no rule accepts.
@@ -56,7 +58,9 @@ eparser::elexer::elexer(first_of_all) : base_lexer(push_back) { create_lexical()
 
 const eparser::elexer& eparser::elexer::language()
 {
-    static const elexer first { first_of_all() };
+    // Never destroyed: whatever is made before it may evaluate texts until its own end.
+    alignas(elexer) static unsigned char place[sizeof(elexer)];
+    static const elexer& first = *new (place) elexer(first_of_all());
     return first;
 }
 

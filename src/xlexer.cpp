@@ -8,6 +8,7 @@
 #include <stdkro/xpp.h>
 
 #include <cstring>
+#include <new>
 
 namespace xpp {
 
@@ -93,7 +94,9 @@ xlexer::xlexer(first_of_all) : is_text_mode_(false) { create_lexical('$', '[', '
 
 const xlexer& xlexer::usual()
 {
-    static const xlexer first { first_of_all() };
+    // Never destroyed, as the one of expressions.
+    alignas(xlexer) static unsigned char place[sizeof(xlexer)];
+    static const xlexer& first = *new (place) xlexer(first_of_all());
     return first;
 }
 
