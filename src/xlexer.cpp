@@ -41,7 +41,8 @@ bool continues_name(unsigned char c)
         || c == '.';
 }
 
-// KEEP: a byte 0xFF is read as the end of the text, as `getch` delivers it.
+// KEEP: a byte 0xFF is read as the end of the text, as `getch` delivers it. It stays
+// until it is delivered as a token of its own.
 constexpr char end_byte = '\xff';
 
 const char* find(const char* begin, const char* end, char c)
@@ -143,8 +144,7 @@ int xlexer::read_id(token& out)
     const char* p = begin < eof ? begin + 1 : begin;
     while (p < eof && *p != end_byte && continues_name(static_cast<unsigned char>(*p)))
         ++p;
-    const bool is_ended = p < eof && *p == end_byte;
-    set_cur(is_ended ? p + 1 : p);
+    set_cur(p);
     return make_id(out, begin, static_cast<unsigned>(p - begin));
 }
 
@@ -178,22 +178,14 @@ int xlexer::read_x_token(token& out)
         append(text, begin, end);
         count_lines(lines_in(begin, end));
         set_cur(end);
-        if (end == get_eof())
-            break;
-        if (*end != mark) {
-            getch();
-            break;
-        }
-        if (!text.isempty())
+        if (end == get_eof() || *end != mark || !text.isempty())
             break;
         getch();
-        const int code = read_mark(text, out);
-        if (code == TK_STATEMENT)
-            return code;
-        if (code == TK_EOF)
-            break;
+        if (read_mark(text, out) == TK_STATEMENT)
+            return TK_STATEMENT;
     }
     if (text.isempty()) {
+        getch(); // whoever reads on behind an end byte goes on behind it
         out.set_type(TK_EOF);
         return TK_EOF;
     }
@@ -206,13 +198,14 @@ int xlexer::read_x_token(token& out)
 // What stands behind a mark. Returns TK_NONE to go on collecting text.
 int xlexer::read_mark(share_str& text, token& out)
 {
-    const int c = getch();
-    if (c == -1 || c == mark_) {
-        text = spelling_of(mark_);
-        require_length(text, 1);
-        return c == -1 ? TK_EOF : TK_NONE;
+    if (peek() == -1) {
+        append(text, get_cur() - 1, get_cur());
+        return TK_NONE;
     }
-    if (c == '.') {
+    const int c = getch();
+    if (c == mark_) {
+        append(text, get_cur() - 1, get_cur());
+    } else if (c == '.') {
         eat_line_comment();
     } else if (c == open_) {
         out.set_type(TK_STATEMENT);
@@ -222,8 +215,7 @@ int xlexer::read_mark(share_str& text, token& out)
     } else if (is_space(static_cast<char>(c))) {
         eat_white();
     } else {
-        text = opener_of(mark_, c);
-        require_length(text, 2);
+        append(text, get_cur() - 2, get_cur());
     }
     return TK_NONE;
 }

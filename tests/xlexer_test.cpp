@@ -128,20 +128,50 @@ TEST(xlexer, reads_a_byte_0xff_as_an_end)
 {
     expect_all({
         { "\xff" "after", "11" },
-        { "before\xff" "after", "14:before|14:after|11" },
-        { "$\xff" "after", "14:$|14:after|11" },
-        { "$[a\xff" "b]", "57 6:a 6:b 43:]|11" },
+        { "before\xff" "after", "14:before|11" },
+        { "$\xff" "after", "14:$|11" },
+        { "$$\xff" "after", "14:$|11" },
+        { "$ \xff" "after", "11" },
+        { "$. comment\xff" "after\nafter", "11" },
+        { "$[a\xff" "b]", "57 6:a 11" },
+        { "$[a \xff" "b]", "57 6:a 11" },
+        { "$[1\xff" "b]", "57 9:1 11" },
+        { "$[a // \xff" "b\n]", "57 6:a 11" },
     });
+}
+
+TEST(xlexer, goes_on_behind_a_byte_0xff_when_asked_to)
+{
+    xpp::xlexer lexer('$', '[', ']');
+    lexer.load_string("a\xff" "b\xff\xff$[c\xff" "d");
+    token t;
+    std::string all;
+    for (int i = 0; i < 6; ++i) {
+        lexer.get_x_token(&t);
+        all += shown(t) + " ";
+    }
+    for (int i = 0; i < 4; ++i) {
+        lexer.get_token(&t);
+        all += shown(t) + " ";
+    }
+    EXPECT_EQ(all, "14:a 11 14:b 11 11 57 6:c 11 6:d 11 ");
 }
 
 TEST(xlexer, keeps_nul_bytes_of_a_text)
 {
-    xpp::xlexer lexer('$', '[', ']');
-    const char text[] = "a\0b";
-    lexer.load_string(text, text + 3);
-    token t;
-    EXPECT_EQ(lexer.get_x_token(&t), xpp::xlexer::TK_TEXT);
-    EXPECT_EQ(t.get_text().length(), 3u);
+    const struct { std::string text, shown; } rows[] = {
+        { std::string("a\0b", 3), std::string("a\0b", 3) },
+        { std::string("$\0b", 3), std::string("$\0b", 3) },
+        { std::string("$\0", 2), std::string("$\0", 2) },
+    };
+    for (const auto& r : rows) {
+        xpp::xlexer lexer('$', '[', ']');
+        lexer.load_string(r.text.data(), r.text.data() + r.text.size());
+        token t;
+        EXPECT_EQ(lexer.get_x_token(&t), xpp::xlexer::TK_TEXT);
+        EXPECT_EQ(std::string(t.get_text().c_str(), t.get_text().length()), r.shown);
+        EXPECT_EQ(lexer.get_x_token(&t), xpp::xlexer::TK_EOF);
+    }
 }
 
 TEST(xlexer, counts_lines_in_both_modes)
