@@ -7,8 +7,9 @@
 //
 // Suspension: a signal brings the thread into a handler, where it parks at a gate
 // until the count is 0 again. Killing: the thread parks for ever, with
-// all signals blocked. Who suspends or kills waits until the thread has parked.
-// Sanitizers hold signals back from a thread that does not sleep in a function they
+// all signals blocked, and tells its end itself. Who suspends or kills waits until
+// the thread has parked, holding nothing and stopped as any other thread: two may
+// stop each other. Sanitizers hold signals back from a thread that does not sleep in a function they
 // know, so a wait that was interrupted looks at the gate too, and who waits
 // for the thread to park sends the signal again after a while.
 #include "platform.h"
@@ -36,7 +37,14 @@ namespace {
 
 // The gate is one word, so that a thread cannot leave or end while another suspends
 // it: four bits, and the number of suspensions above them.
-enum gate_bits : unsigned { gate_parked = 1, gate_doomed = 2, gate_dead = 4, gate_closed = 8, one_suspension = 16 };
+enum gate_bits : unsigned {
+    gate_parked = 1,
+    gate_doomed = 2,
+    gate_dead = 4,
+    gate_closed = 8,
+    gate_gone = gate_dead | gate_closed,
+    one_suspension = 16
+};
 
 enum id_states : unsigned { id_untold, id_being_told, id_awaited, id_told };
 enum end_states : unsigned { not_ended, not_ended_and_awaited, has_ended };
@@ -47,12 +55,12 @@ struct thread_block {
     futex_word id_state { id_untold };
     futex_word ended { not_ended };
     std::atomic<int> exit_code { sys_still_active };
+    std::atomic<int> killed_exit_code { 0 };
     int own_exit_code = 0;
     int id = 0;
     int* id_wanted = nullptr; // where it is told
     void (*run)(void*) = nullptr;
     alignas(std::max_align_t) char argument[sys_most_thread_argument];
-    std::mutex control; // one suspends or kills it at a time; never taken by itself
     jmp_buf way_out;
 };
 
@@ -65,13 +73,13 @@ std::mutex stop_signal_lock;
 
 int preferred_stop_signal() { return SIGRTMAX - 7; }
 
-void drop_block(thread_block* block)
+void drop_block(thread_block* block, unsigned shares = 1)
 {
-    if (block->owners.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    if (block->owners.fetch_sub(shares, std::memory_order_acq_rel) == shares)
         delete block;
 }
 
-// The exit code stands before the end is told.
+// The exit code stands before the end is told. Who waited may have the block deleted at once.
 void tell_end(thread_block& block, int exit_code)
 {
     block.exit_code.store(exit_code, std::memory_order_relaxed);
@@ -86,6 +94,7 @@ void tell_end(thread_block& block, int exit_code)
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
     block.gate.fetch_or(gate_dead, std::memory_order_release);
     futex_wake(block.gate, all_sleepers);
+    tell_end(block, block.killed_exit_code.load(std::memory_order_relaxed));
     for (;;)
         pause();
 }
@@ -156,7 +165,8 @@ bool prepare_stop_signal()
     return true;
 }
 
-// Keeps the calling thread from being stopped while it holds another's block.
+// Keeps the calling thread from being stopped with the lock above, and before it sent
+// the signal to a thread whose gate it raised.
 class unstoppable {
 public:
     unstoppable()
@@ -174,33 +184,58 @@ private:
 };
 
 bool has_finished(const thread_block& block) { return block.ended.load(std::memory_order_acquire) == has_ended; }
+bool was_killed(const thread_block& block) { return has_finished(block) && block.gate.load() & gate_dead; }
 
-// Adds to a gate that is not closed and below `limit`. Returns what was there before.
-unsigned raise_gate(thread_block& block, unsigned addition, unsigned limit)
+// Adds a suspension, if the thread is not gone and has fewer than `limit`. Returns the gate before.
+unsigned raise_gate(thread_block& block, unsigned limit)
 {
     unsigned seen = block.gate.load(std::memory_order_acquire);
-    while (!(seen & gate_closed) && seen < limit
-           && !block.gate.compare_exchange_weak(seen, seen + addition, std::memory_order_acq_rel)) {
+    while (!(seen & gate_gone) && seen < limit
+           && !block.gate.compare_exchange_weak(seen, seen + one_suspension, std::memory_order_acq_rel)) {
     }
     return seen;
 }
 
-// Sends the thread to its gate and waits until it is there, or nobody wants it there any more.
-void send_to_gate(thread_block& block, bool (*is_settled)(unsigned gate))
+// Of several who kill it one gives the exit code.
+void doom(thread_block& block, int exit_code)
+{
+    unsigned seen = block.gate.load(std::memory_order_acquire);
+    if (!(seen & gate_doomed))
+        block.killed_exit_code.store(exit_code, std::memory_order_relaxed);
+    while (!(seen & gate_closed)
+           && !block.gate.compare_exchange_weak(seen, seen | gate_doomed, std::memory_order_acq_rel)) {
+    }
+    futex_wake(block.gate, all_sleepers);
+}
+
+void send_stop_signal(thread_block& block)
+{
+    if (!(block.gate.load(std::memory_order_acquire) & (gate_parked | gate_gone)))
+        syscall(SYS_tgkill, getpid(), block.id, stop_signal.load());
+}
+
+// Until `is_there(deadline)`. Meanwhile the calling thread may be stopped itself.
+template <class F> void call_to_gate(thread_block& block, F is_there)
 {
     constexpr unsigned longest_patience = 1000;
-    for (unsigned patience = 1;; patience = std::min(2 * patience, longest_patience)) {
-        const deadline until(patience);
-        unsigned seen = block.gate.load(std::memory_order_acquire);
-        if (!is_settled(seen) && !(seen & gate_parked))
-            syscall(SYS_tgkill, getpid(), block.id, stop_signal.load());
-        bool in_time = true;
-        while (!is_settled(seen) && in_time) {
-            in_time = futex_sleep(block.gate, seen, until) != ETIMEDOUT;
-            seen = block.gate.load(std::memory_order_acquire);
-        }
-        if (is_settled(seen))
-            return;
+    unsigned patience = 1;
+    look_at_gate();
+    while (!is_there(deadline(patience))) {
+        patience = std::min(2 * patience, longest_patience);
+        send_stop_signal(block);
+        look_at_gate();
+    }
+}
+
+// Whether the thread stands still, or nobody wants it to any more.
+bool wait_until_stopped(thread_block& block, const deadline& until)
+{
+    for (;;) {
+        const unsigned seen = block.gate.load(std::memory_order_acquire);
+        if (seen < one_suspension || seen & (gate_parked | gate_dead))
+            return true;
+        if (!futex_wait(block.gate, seen, until))
+            return false;
     }
 }
 
@@ -310,9 +345,8 @@ void give_way(const thread_block& block)
     }
 }
 
-int wait_for_end(thread_block& block, const deadline& until)
+int sleep_until_end(thread_block& block, const deadline& until)
 {
-    give_way(block);
     for (;;) {
         unsigned seen = not_ended;
         block.ended.compare_exchange_strong(seen, not_ended_and_awaited, std::memory_order_acq_rel);
@@ -321,6 +355,12 @@ int wait_for_end(thread_block& block, const deadline& until)
         if (!futex_wait(block.ended, not_ended_and_awaited, until))
             return has_finished(block) ? sys_wait_done : sys_wait_timeout;
     }
+}
+
+int wait_for_end(thread_block& block, const deadline& until)
+{
+    give_way(block);
+    return sleep_until_end(block, until);
 }
 
 } // namespace
@@ -353,8 +393,10 @@ int sys_thread_start(void (*run)(void*), const void* argument, unsigned size, vo
 
 void sys_thread_close(void* thread)
 {
-    if (thread)
-        drop_block(block_of(thread));
+    if (!thread)
+        return;
+    thread_block* block = block_of(thread);
+    drop_block(block, was_killed(*block) ? 2 : 1); // a killed thread never gives its share back
 }
 
 int sys_thread_wait(void* thread, unsigned limit) { return wait_for_end(*block_of(thread), deadline(limit)); }
@@ -374,21 +416,18 @@ int sys_thread_suspend(void* thread)
 {
     constexpr unsigned limit = most_suspensions * one_suspension;
     thread_block& block = *block_of(thread);
-    const bool self = &block == current_block;
     unsigned seen;
     {
         const unstoppable here;
-        const std::lock_guard<std::mutex> guard(block.control);
         if (has_finished(block) || !prepare_stop_signal())
             return fail_with(ESRCH);
-        seen = raise_gate(block, one_suspension, limit);
-        if (seen & gate_closed || seen >= limit)
-            return fail_with(seen & gate_closed ? ESRCH : EOVERFLOW);
-        if (!self)
-            send_to_gate(block, [](unsigned gate) { return gate < one_suspension || (gate & gate_parked); });
+        seen = raise_gate(block, limit);
+        if (seen & gate_gone || seen >= limit)
+            return fail_with(seen & gate_gone ? ESRCH : EOVERFLOW);
+        if (&block != current_block)
+            send_stop_signal(block);
     }
-    if (self)
-        pass_gate(block);
+    call_to_gate(block, [&](const deadline& until) { return wait_until_stopped(block, until); });
     return static_cast<int>(seen / one_suspension);
 }
 
@@ -412,18 +451,12 @@ void sys_thread_kill(void* thread, int exit_code)
     thread_block& block = *block_of(thread);
     {
         const unstoppable here;
-        const std::lock_guard<std::mutex> guard(block.control);
         if (has_finished(block) || !prepare_stop_signal())
             return;
-        if (raise_gate(block, gate_doomed, ~0u) & gate_closed) {
-            wait_for_end(block, deadline(sys_no_limit));
-            return;
-        }
-        futex_wake(block.gate, all_sleepers);
-        send_to_gate(block, [](unsigned gate) { return (gate & gate_dead) != 0; });
-        tell_end(block, exit_code);
+        doom(block, exit_code);
+        send_stop_signal(block);
     }
-    drop_block(&block); // on behalf of the thread, which never will
+    call_to_gate(block, [&](const deadline& until) { return sleep_until_end(block, until) == sys_wait_done; });
 }
 
 void sys_thread_exit(int exit_code)
