@@ -68,6 +68,16 @@ inline bool futex_wait(futex_word& word, unsigned seen, const deadline& until, f
 
 inline void futex_wait(futex_word& word, unsigned seen) { futex_wait(word, seen, deadline(sys_no_limit)); }
 
+// While it lives, the thread sleeps on a word whose sleepers are woken one at a time. Stopped
+// meanwhile, it may have been the one: at the gate it wakes another.
+class one_of_many {
+public:
+    one_of_many(futex_word& word, futex_scope scope);
+    one_of_many(const one_of_many&) = delete;
+    one_of_many& operator=(const one_of_many&) = delete;
+    ~one_of_many();
+};
+
 constexpr int all_sleepers = INT_MAX;
 [[gnu::noinline]] inline void futex_wake(futex_word& word, int sleepers, futex_scope scope = this_process)
 {

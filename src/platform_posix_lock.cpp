@@ -36,6 +36,7 @@ bool own(critical& c, const char* self)
 
 __attribute__((noinline)) bool enter_contended(critical& c, const char* self)
 {
+    const one_of_many here(c.state, this_process);
     while (c.state.exchange(critical::has_sleepers, std::memory_order_acquire) != critical::is_free)
         futex_wait(c.state, critical::has_sleepers);
     return own(c, self);
@@ -61,24 +62,33 @@ bool take_count(semaphore& s)
     return false;
 }
 
+void wake_waiter(semaphore& s, futex_scope scope)
+{
+    if (s.waiters.load() > 0)
+        futex_wake(s.count, 1, scope);
+}
+
+// A waiter is woken at the maximum too: the one before may have died with its process.
 int give_count(semaphore& s, futex_scope scope)
 {
     unsigned count = s.likely_count.load(std::memory_order_relaxed);
     if (count >= s.maximum)
         count = s.count.load(std::memory_order_relaxed);
     do {
-        if (count >= s.maximum)
+        if (count >= s.maximum) {
+            wake_waiter(s, scope);
             return fail_with(EOVERFLOW);
+        }
     } while (!s.count.compare_exchange_weak(count, count + 1));
     s.likely_count.store(count + 1, std::memory_order_relaxed);
-    if (s.waiters.load() > 0)
-        futex_wake(s.count, 1, scope);
+    wake_waiter(s, scope);
     return 0;
 }
 
 __attribute__((noinline)) int wait_for_count(semaphore& s, unsigned limit, futex_scope scope)
 {
     const deadline until(limit);
+    const one_of_many here(s.count, scope);
     s.waiters.fetch_add(1);
     bool in_time = true;
     bool taken = take_count(s);

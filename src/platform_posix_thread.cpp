@@ -67,6 +67,10 @@ struct thread_block {
 // The model: see thread_mark beside the locks.
 __attribute__((tls_model("initial-exec"))) thread_local thread_block* current_block = nullptr;
 
+// Where the calling thread sleeps as one of many; null for nowhere. Read in the signal's handler.
+__attribute__((tls_model("initial-exec"))) thread_local std::atomic<futex_word*> crowded_word { nullptr };
+__attribute__((tls_model("initial-exec"))) thread_local futex_scope crowded_scope = this_process;
+
 // The signal that stops threads. Nothing is installed before its first use.
 std::atomic<int> stop_signal { 0 };
 std::mutex stop_signal_lock;
@@ -87,11 +91,18 @@ void tell_end(thread_block& block, int exit_code)
         futex_wake(block.ended, all_sleepers);
 }
 
+void wake_another()
+{
+    if (futex_word* const word = crowded_word.load(std::memory_order_acquire))
+        futex_wake(*word, 1, crowded_scope);
+}
+
 [[noreturn]] void park_for_ever(thread_block& block)
 {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    wake_another();
     block.gate.fetch_or(gate_dead, std::memory_order_release);
     futex_wake(block.gate, all_sleepers);
     tell_end(block, block.killed_exit_code.load(std::memory_order_relaxed));
@@ -114,6 +125,7 @@ void pass_gate(thread_block& block, unsigned mark = 0)
         if (!(seen & gate_parked)) {
             if (!block.gate.compare_exchange_weak(seen, seen | gate_parked, std::memory_order_acq_rel))
                 continue;
+            wake_another();
             seen |= gate_parked;
             futex_wake(block.gate, all_sleepers);
         }
@@ -123,6 +135,14 @@ void pass_gate(thread_block& block, unsigned mark = 0)
 }
 
 } // namespace
+
+posix::one_of_many::one_of_many(futex_word& word, futex_scope scope)
+{
+    crowded_scope = scope;
+    crowded_word.store(&word, std::memory_order_release);
+}
+
+posix::one_of_many::~one_of_many() { crowded_word.store(nullptr, std::memory_order_release); }
 
 void posix::look_at_gate()
 {

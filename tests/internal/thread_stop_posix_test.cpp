@@ -1,4 +1,4 @@
-// Threads that stop one another.
+// Threads that stop one another, and threads that are stopped in the moment they are woken.
 #include "../patience.h"
 #include "platform.h"
 
@@ -6,8 +6,12 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <fstream>
+#include <string>
 
+#include <linux/futex.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -24,6 +28,23 @@ void meet_senders()
     }
 }
 
+// The thread that fell asleep last, and the first one woken while such are caught.
+std::atomic<int> fell_asleep { 0 };
+std::atomic<bool> catches { false };
+std::atomic<int> caught { 0 };
+
+void stay_if_caught()
+{
+    if (!catches.exchange(false))
+        return;
+    caught = gettid();
+    for (;;)
+        breathe();
+}
+
+// As if it went to a thread that died with its process.
+std::atomic<bool> loses_wake_up { false };
+
 } // namespace
 
 extern "C" {
@@ -39,7 +60,15 @@ long __wrap_syscall(long number, ...)
     va_end(rest);
     if (number == SYS_tgkill)
         meet_senders();
-    return __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+    const long command = number == SYS_futex ? a[1] & FUTEX_CMD_MASK : -1;
+    if (command == FUTEX_WAIT_BITSET)
+        fell_asleep = gettid();
+    if (command == FUTEX_WAKE && loses_wake_up.exchange(false))
+        return 0;
+    const long r = __real_syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+    if (command == FUTEX_WAIT_BITSET && r == 0)
+        stay_if_caught();
+    return r;
 }
 }
 
@@ -128,6 +157,103 @@ TEST(two_threads, suspend_and_kill_each_other)
         two.kill();
         delete &two;
     }
+}
+
+// ---- stopped in the moment they are woken ---------------------------------
+
+bool is_asleep(int id)
+{
+    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    const size_t end_of_name = text.rfind(") ");
+    return fell_asleep == id && end_of_name != std::string::npos && text[end_of_name + 2] == 'S';
+}
+
+void fall_asleep(stoppable& r, void (*wait)(stoppable&))
+{
+    r.start(wait);
+    fell_asleep = 0;
+    r.may_go = true;
+    EXPECT_TRUE(eventually([&] { return is_asleep(r.id); }));
+}
+
+// Two that sleep for the same. The first one woken is caught before it knows.
+struct rivals {
+    stoppable both[2];
+    explicit rivals(void (*wait)(stoppable&))
+    {
+        for (stoppable& r : both)
+            fall_asleep(r, wait);
+        caught = 0;
+        catches = true;
+    }
+    stoppable& first_woken()
+    {
+        EXPECT_TRUE(eventually([] { return caught != 0; }));
+        return both[caught != both[0].id];
+    }
+};
+
+// One of the two is woken by `give`, and stopped: the other one gets what they wait for.
+void expect_other_served(void (*wait)(stoppable&), void (*hold)(), void (*give)())
+{
+    for (const bool is_killed : { true, false }) {
+        SCOPED_TRACE(is_killed ? "killed" : "suspended");
+        hold();
+        rivals two(wait);
+        give();
+        stoppable& stopped = two.first_woken();
+        if (is_killed)
+            sys_thread_kill(stopped.handle, kill_code);
+        else
+            EXPECT_EQ(sys_thread_suspend(stopped.handle), 0);
+        stoppable& other = two.both[&stopped == two.both];
+        EXPECT_TRUE(eventually([&] { return other.done.load(); }));
+        EXPECT_FALSE(stopped.done);
+        stopped.kill();
+        other.kill();
+    }
+}
+
+void* section[6];
+void* counts = nullptr;
+
+void enter_and_leave(stoppable&)
+{
+    sys_critical_enter(section);
+    sys_critical_leave(section);
+}
+void take(stoppable&) { EXPECT_EQ(sys_semaphore_wait(counts, sys_no_limit), sys_wait_done); }
+
+TEST(a_thread_stopped_when_woken, leaves_a_section_to_another)
+{
+    sys_critical_open(section);
+    expect_other_served(enter_and_leave, [] { sys_critical_enter(section); }, [] { sys_critical_leave(section); });
+    sys_critical_close(section);
+}
+
+TEST(a_thread_stopped_when_woken, leaves_a_count_to_another)
+{
+    for (const char* name : { "", "stdkro stopped when woken" }) {
+        SCOPED_TRACE(name);
+        counts = sys_semaphore_open(name, 0, 1);
+        expect_other_served(take, [] {}, [] { EXPECT_EQ(sys_semaphore_post(counts), 0); });
+        sys_semaphore_close(counts);
+    }
+}
+
+TEST(a_lost_wake_up, is_made_good_by_the_next_at_the_maximum)
+{
+    counts = sys_semaphore_open(nullptr, 0, 1);
+    stoppable waiter;
+    fall_asleep(waiter, take);
+    loses_wake_up = true;
+    EXPECT_EQ(sys_semaphore_post(counts), 0);
+    EXPECT_EQ(sys_semaphore_post(counts), -1);
+    EXPECT_TRUE(eventually([&] { return waiter.done.load(); }));
+    waiter.kill();
+    sys_semaphore_close(counts);
 }
 
 } // namespace
