@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <memory>
 #include <new>
 
@@ -15,26 +16,34 @@ using namespace posix;
 
 namespace {
 
-// The address of this names the calling thread. The model makes it a constant
+// The number of the calling thread, given with its first lock and never again: an address would
+// be the next thread's, who would own what this one left locked. The model makes it a constant
 // distance from the thread's register, without a call.
-__attribute__((tls_model("initial-exec"))) thread_local char thread_mark;
+enum : std::uint64_t { not_numbered = 0, nobody = ~std::uint64_t { 0 } };
+__attribute__((tls_model("initial-exec"))) thread_local std::uint64_t thread_number = not_numbered;
 
-// A recursive lock. The owner is known by its mark, null for none.
+__attribute__((noinline)) void number_thread()
+{
+    static std::atomic<std::uint64_t> last { 0 };
+    thread_number = last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+// A recursive lock.
 struct critical {
     enum : unsigned { is_free, is_taken, has_sleepers };
     futex_word state { is_free };
     unsigned again = 0; // how often the owner entered beyond the first time
-    std::atomic<const char*> owner { nullptr };
+    std::atomic<std::uint64_t> owner { nobody };
 };
 static_assert(sizeof(critical) <= 6 * sizeof(void*), "sync_critical has room for it");
 
-bool own(critical& c, const char* self)
+bool own(critical& c, std::uint64_t self)
 {
     c.owner.store(self, std::memory_order_relaxed);
     return true;
 }
 
-__attribute__((noinline)) bool enter_contended(critical& c, const char* self)
+__attribute__((noinline)) bool enter_contended(critical& c, std::uint64_t self)
 {
     const one_of_many here(c.state, this_process);
     while (c.state.exchange(critical::has_sleepers, std::memory_order_acquire) != critical::is_free)
@@ -157,7 +166,9 @@ void sys_critical_open(void* section) { new (section) critical; }
 bool sys_critical_enter(void* section)
 {
     critical& c = *static_cast<critical*>(section);
-    const char* self = &thread_mark;
+    if (thread_number == not_numbered)
+        number_thread();
+    const std::uint64_t self = thread_number;
     if (c.owner.load(std::memory_order_relaxed) == self) {
         ++c.again;
         return true;
@@ -171,13 +182,13 @@ bool sys_critical_enter(void* section)
 bool sys_critical_leave(void* section)
 {
     critical& c = *static_cast<critical*>(section);
-    if (c.owner.load(std::memory_order_relaxed) != &thread_mark)
+    if (c.owner.load(std::memory_order_relaxed) != thread_number)
         return true;
     if (c.again > 0) {
         --c.again;
         return true;
     }
-    c.owner.store(nullptr, std::memory_order_relaxed);
+    c.owner.store(nobody, std::memory_order_relaxed);
     const bool awaited = c.state.exchange(critical::is_free, std::memory_order_release) == critical::has_sleepers;
     return awaited ? wake_next(c) : true;
 }

@@ -64,7 +64,7 @@ struct thread_block {
     jmp_buf way_out;
 };
 
-// The model: see thread_mark beside the locks.
+// The model: see thread_number beside the locks.
 __attribute__((tls_model("initial-exec"))) thread_local thread_block* current_block = nullptr;
 
 // Where the calling thread sleeps as one of many; null for nowhere. Read in the signal's handler.

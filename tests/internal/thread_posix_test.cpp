@@ -285,6 +285,30 @@ TEST(waits, for_a_section_go_on_after_a_signal_of_the_program)
     w.wait_done();
 }
 
+TEST(a_section, left_locked_by_a_thread_that_ended_is_nobody_elses)
+{
+    struct shared { sync_critical section; std::atomic<bool> entered { false }; } s;
+    const auto run = [&](worker::function f) {
+        worker w;
+        ASSERT_EQ(w.start(&s, f, nullptr), 0);
+        w.wait_done();
+    };
+    run([](worker*, void* argument, void*) { static_cast<shared*>(argument)->section.lock(); });
+    // Some of them get the stack of the first one, and its thread-local memory.
+    for (int i = 0; i < 50; ++i)
+        run([](worker*, void* argument, void*) { static_cast<shared*>(argument)->section.unlock(); });
+    worker late;
+    const auto enter = [](worker*, void* argument, void*) {
+        shared& with = *static_cast<shared*>(argument);
+        with.section.lock();
+        with.entered = true;
+    };
+    ASSERT_EQ(late.start(&s, enter, nullptr), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(s.entered);
+    late.terminate();
+}
+
 TEST(suspend, is_not_hung_by_a_resume_that_overtakes_it)
 {
     counter c;
