@@ -49,14 +49,18 @@ udp=127.0.0.1:%(udp)d
 /failing=failing.xpp
 /wrong=wrong.xpp
 /missing=missing.xpp
+/cold=static.xpp
 /nothing=nothing.xpp
 /echo=echo.xpp POST
 /large=large.xpp
 /endless=endless.xpp
+/many=static.xpp %(methods)s
 [site]
 title=Tea & more
 owner=<Ada>
 """
+
+METHODS = ", ".join("METHOD%d" % i for i in range(400))
 
 PAGES = {
     "changing.xpp": "$[proc page(method, path, query, body)]first$[end]\n",
@@ -99,7 +103,7 @@ class Server:
         self.udp.settimeout(PATIENCE)
         (self.site / "test.ini").write_text(INI % dict(
             loop=args.loop, log="server.log", udp=self.udp.getsockname()[1], language=language, idle=idle,
-            request=request, answer=answer, connections=connections))
+            request=request, answer=answer, connections=connections, methods=METHODS))
         self.console = open(self.site / "console.txt", "wb")
         self.process = subprocess.Popen(
             args.emulator.split() + [args.program, "--config", str(self.site / "test.ini")], cwd=self.site,
@@ -166,6 +170,13 @@ def read_all(s):
             return b"".join(blocks)
 
 
+def read_some(s, size):
+    data = b""
+    while len(data) < size and (block := s.recv(size - len(data))):
+        data += block
+    return data
+
+
 def split_answers(data, is_head=False):
     answers = []
     while data:
@@ -206,6 +217,16 @@ def pages_are_made(server):
     assert int(fields["content-length"]) > 100
 
 
+def bodies_may_be_asked_for(server):
+    with server.connect() as s:
+        s.sendall(b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\nexpect: 100-Continue\r\n\r\n")
+        expect(read_some(s, 25), b"HTTP/1.1 100 Continue\r\n\r\n", "the interim answer")
+        s.sendall(b"abcPOST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\nExpect: 100-continue\r\n\r\ndef")
+        s.shutdown(socket.SHUT_WR)
+        expect([a[2] for a in split_answers(read_all(s))], ["POST /echo  abc", "POST /echo  def"], "bodies")
+    expect_error(server, "/echo", 413, "-H", "Expect: 100-continue", "-H", "Content-Length: 30000", "-d", "x")
+
+
 def bodies_arrive(server):
     assert "<p>Right!</p>" in server.curl("/guess", "-d", "guess=42")[2]
     assert "4 &amp; 2 is wrong." in server.curl("/guess", "-d", "guess=4+%26+2")[2]
@@ -227,6 +248,7 @@ def what_is_wrong_has_a_status(server):
     fields, _ = expect_error(server, "/", 405, "-X", "DELETE")
     expect(fields["allow"], "GET, HEAD", "allowed")
     expect(expect_error(server, "/echo", 405)[0]["allow"], "POST", "allowed")
+    expect(expect_error(server, "/many", 405)[0]["allow"], METHODS, "allowed")
     expect(expect_error(server, "/guess", 405, "-X", "POS")[0]["allow"], "GET, HEAD, POST", "allowed")
     expect_error(server, "/echo", 411, "-H", "Transfer-Encoding: chunked", "-d", "x")
     (server.site / "one_more").write_text("x" * 20001)
@@ -359,6 +381,26 @@ def scripts_may_go_and_come(server):
     expect(server.curl("/changing")[2], "mended", "there again")
 
 
+def scripts_may_be_unreadable_for_a_while(server):
+    """The program has no descriptor left when the script is asked for the first time."""
+    # Windows has no such limit, and the sanitizers need descriptors themselves.
+    if server.args.emulator or b"__asan_init" in pathlib.Path(server.args.program).read_bytes():
+        return
+    import resource
+    with server.connect() as s:
+        s.sendall(b"GET /static HTTP/1.1\r\nHost: a\r\n\r\n")
+        assert s.recv(1, socket.MSG_PEEK) == b"H"
+        used = {int(name) for name in os.listdir("/proc/%d/fd" % server.process.pid)}
+        lowest = min(set(range(len(used) + 1)) - used)
+        before = resource.prlimit(server.process.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(server.process.pid, resource.RLIMIT_NOFILE, (lowest, before[1]))
+        s.sendall(b"GET /cold HTTP/1.1\r\nHost: a\r\n\r\n")
+        wait_until("a script that cannot be read", lambda: "static.xpp:0: file system error" in server.log())
+        resource.prlimit(server.process.pid, resource.RLIMIT_NOFILE, before)
+        s.sendall(b"GET /cold HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n")
+        expect([a[0] for a in split_answers(read_all(s))], [200, 500, 200], "before and after")
+
+
 def connections_are_kept(server):
     count = "%{num_connects} "
     gets = [word for p in ("/", "/nowhere", "/failing?0", "/static") for word in ("-o", os.devnull, server.url + p)]
@@ -369,6 +411,13 @@ def connections_are_kept(server):
                            "-o", os.devnull, server.url], stdout=subprocess.PIPE, check=True)
     expect(done.stdout.decode().split(), ["1", "1"], "connections made")
     expect_error(server, "/", 400, "--http1.0")
+    # Among others "close" is one, too; a word that only holds it is not.
+    for field, count in ((b"TE, close", 1), (b"Close,TE", 1), (b"keep-alive", 2), (b"x", 2)):
+        with server.connect() as s:
+            s.sendall(b"GET /static HTTP/1.1\r\nHost: a\r\nConnection: " + field + b"\r\n\r\n"
+                      b"GET /static HTTP/1.1\r\nHost: a\r\n\r\n")
+            s.shutdown(socket.SHUT_WR)
+            expect(len(split_answers(read_all(s))), count, field)
 
 
 def requests_are_pipelined(server):
@@ -433,6 +482,8 @@ def the_shell_answers(server):
     assert lines[11].startswith("connections"), got
     expect(server.admin("quit", "status"), "ok\n", "quit")
     assert server.admin("x" * 600).count("ok") == 0
+    # A page of another site may have a browser send this.
+    expect(server.admin("POST / HTTP/1.1", "Host: a", "", "language chinese", "stop"), "", "what a browser sends")
     (server.site / "messages.xml").unlink() # both languages were read at the start
     expect(server.admin("language chinese"), "ok\n", "language")
     expect_error(server, "/failing?0", 500)
@@ -442,11 +493,14 @@ def the_shell_answers(server):
 
 
 def open_requests_are_finished(server):
-    with server.connect() as half, server.connect() as idle, server.connect() as slow:
+    with server.connect() as half, server.connect() as idle, server.connect() as slow, server.connect() as full:
         half.sendall(b"POST /echo HTTP/1.1\r\nHost: a\r\nContent-Length: 4\r\n\r\nab")
         slow.sendall(b"GET /large HTTP/1.1\r\nHost: a\r\n\r\nGET /static HTTP/1.1\r\nHost: a\r\n\r\n")
-        wait_until("three connections", lambda: server.admin("status").startswith("connections 4\n"))
-        wait_until("the large page", lambda: slow.recv(1, socket.MSG_PEEK) == b"H")
+        full.sendall(b"GET /large HTTP/1.1\r\nHost: a\r\n\r\n")
+        wait_until("four connections", lambda: server.admin("status").startswith("connections 5\n"))
+        wait_until("the large pages", lambda: {s.recv(1, socket.MSG_PEEK) for s in (slow, full)} == {b"H"})
+        # The server reads this when most of its first answer is taken, or, once it stops, not at all.
+        full.sendall(b"GET /static HTTP/1.1\r\nHost: a\r\n\r\n")
         before = int(re.search(r"requests (\d+)", server.admin("status")).group(1))
         expect(server.admin("stop"), "ok\n", "stop")
         expect(read_all(idle), b"", "an idle connection at the end")
@@ -461,9 +515,11 @@ def open_requests_are_finished(server):
         expect((status, fields.get("connection"), body), (200, "close", "POST /echo  abcd"), "the half request")
         large, last = split_answers(read_all(slow))
         expect((len(large[2]), last[0]), (200000 * 41, 200), "the requests that were answered slowly")
+        answers = split_answers(read_all(full))
+        expect(len(answers[0][2]), 200000 * 41, "the answer before a request that comes late")
     server.expect_end()
     server.await_log("stopping for 127.0.0.1:")
-    assert re.search(r"stopped after %d requests" % (before + 2), server.log()), "requests at the end"
+    assert re.search(r"stopped after %d requests" % (before + 1 + len(answers)), server.log()), "requests at the end"
 
 
 def lines_go_to_all_sinks(server):
@@ -538,9 +594,11 @@ def wrong_settings_are_told(args):
     site = pathlib.Path(args.scratch) / (args.loop + "_wrong")
     shutil.rmtree(site, ignore_errors=True)
     shutil.copytree(args.site, site)
-    (site / "unsafe.xml").write_text((site / "messages.xml").read_text("utf-8").replace("%s", "%d", 1), "utf-8")
+    for name, conversion in (("unsafe", "%d"), ("writing", "%n"), ("unknown", "%q"), ("cut", "%")):
+        text = (site / "messages.xml").read_text("utf-8").replace("%s", conversion, 1)
+        (site / (name + ".xml")).write_text(text, "utf-8")
     sound = INI % dict(loop=args.loop, log="server.log", udp=9, language="english", idle=9, request=9, answer=9,
-                       connections=9)
+                       connections=9, methods=METHODS)
     with socket.socket() as taken:
         taken.bind(("127.0.0.1", 0))
         taken.listen()
@@ -554,6 +612,9 @@ def wrong_settings_are_told(args):
                 (("language=english", "language=german"), "[log] language=german is not english or chinese (invali"),
                 (("messages.xml", "nowhere.xml"), "[log] messages=nowhere.xml is not a language file (file "),
                 (("messages.xml", "unsafe.xml"), "[log] messages=unsafe.xml is not a language file (syntax "),
+                (("messages.xml", "writing.xml"), "[log] messages=writing.xml is not a language file (syntax "),
+                (("messages.xml", "unknown.xml"), "[log] messages=unknown.xml is not a language file (syntax "),
+                (("messages.xml", "cut.xml"), "[log] messages=cut.xml is not a language file (syntax "),
                 (("server.log", "nowhere/x.log"), "[log] file=nowhere/x.log is not a file to append to (file system"),
                 (("127.0.0.1:9", "nobody"), "[log] udp=nobody is not ADDRESS:PORT (network error)"),
                 (("port=0", "port=" + used), "cannot listen on port %s (" % used),
@@ -567,7 +628,7 @@ def wrong_settings_are_told(args):
     # The command line goes before the file, and is checked as the file is.
     (site / "test.ini").write_text(sound)
     for option, name in (("--port", "port"), ("--admin", "admin_port")):
-        for value in ("65536", "70000", "-1", "99999999999", "12x", "x"):
+        for value in ("65536", "70000", "-1", "99999999999", "12x", "x", ""):
             status, said = fails(args, site, "--config", str(site / "test.ini"), option, value)
             expect(status, 1, (option, value))
             assert "[server] %s=%s is not 0 to 65535 (invalidate parameter)" % (name, value) in said, said
@@ -590,10 +651,10 @@ def the_program_is_small(args):
 def requests(args):
     the_program_is_small(args)
     with Server(args, "requests") as server:
-        for case in (pages_are_made, bodies_arrive, what_is_wrong_has_a_status, broken_heads_are_refused,
+        for case in (pages_are_made, bodies_may_be_asked_for, bodies_arrive, what_is_wrong_has_a_status, broken_heads_are_refused,
                      hostile_heads_get_what_they_deserve, whatever_comes_is_answered_or_refused,
                      script_errors_stay_in_the_log, changed_scripts_are_compiled_again, scripts_may_go_and_come,
-                     connections_are_kept,
+                     scripts_may_be_unreadable_for_a_while, connections_are_kept,
                      requests_are_pipelined, peers_that_do_not_read_get_what_they_asked,
                      what_follows_a_refusal_is_taken, the_shell_answers, open_requests_are_finished,
                      lines_go_to_all_sinks):

@@ -11,13 +11,12 @@ private:
     bool on_input() override {
         std::string_view rest(in_.rptr(), in_.count());
         const share_str line = text_of(take(rest, '\n')); // a carriage return counts as a blank
-        is_ending_ = line.length() > 500;
+        is_ending_ = line.length() > 500 || std::strstr(line.c_str(), " HTTP/"); // a browser, misled
         if (is_ending_ || line.length() == in_.count()) // too long, or not all there
             return false;
         in_.rmove(int(line.length() + 1));
-        int r = str::calc_argv(line.c_str(), nullptr); // the shell would print what is wrong
-        if (r >= 0)
-            r = execute(line.c_str());
+        const int wrong = str::calc_argv(line.c_str(), nullptr); // the shell would print what it is
+        const int r = wrong < 0 ? wrong : execute(line.c_str());
         is_ending_ = r == err::exit;
         return out_.print(99, "%s\n", r < 0 && !is_ending_ ? get_err_info(r) : "ok") > 0;
     }

@@ -37,9 +37,8 @@ struct channel : fdbase {
     int get_events(int& events) override { return events = events_, get_fd(); }
     /// Enters the loop, or tells it what else to wait for. Negative when the loop is full.
     int watch(int events) {
-        if (index_ >= 0 && events == events_)
+        if (std::exchange(events_, events) == events && index_ >= 0)
             return 0;
-        events_ = events;
         if (index_ >= 0)
             return std::visit([=](auto& l) { return l.set_events(index_, events); }, common_.loop);
         return index_ = std::visit([=](auto& l) { return l.add(*this, events); }, common_.loop);

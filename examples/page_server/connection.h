@@ -20,9 +20,8 @@ public:
     int do_write() override { return send() < 0 ? finish() : proceed(); }
     // However much comes or goes meanwhile, each phase ends in time; an idle one also when the server stops.
     void on_tick() override {
-        int limits[] = { common_.from.idle, common_.from.request, common_.from.answer, 2 }; // ORDER phase_
-        const bool is_late = common_.clock.spend() - since_ >= limits[phase_] * 1000;
-        if (!is_late && !(phase_ == idle && common_.is_stopping()))
+        int most[] = { common_.from.idle, common_.from.request, common_.from.answer, 2 }; // ORDER phase_
+        if (common_.clock.spend() - since_ < 1e3 * most[phase_] && !(phase_ == idle && common_.is_stopping()))
             return;
         if (phase_ == reading || phase_ == answering)
             common_.log.write(msg_dropped, peer_.c_str(), get_err_info(err::timeout));
@@ -54,8 +53,8 @@ private:
         for (packet* p : { &in_, &out_ })
             if (p->count() == 0)
                 p->capacity() > 1 << 16 ? p->clear() : p->reset();
-        const bool is_done = is_at_end_ || (common_.is_stopping() && in_.count() == 0 && !is_ending_);
-        return out_.count() == 0 && is_done ? finish() : settle();
+        is_ending_ |= common_.is_stopping() && in_.count() == 0 && out_.count() == 0;
+        return out_.count() == 0 && is_at_end_ ? finish() : settle();
     }
     // Asks the loop for what is of use now, and starts the time of a new phase.
     int settle() {
@@ -63,8 +62,7 @@ private:
         const auto now = out_.count() ? answering : is_ending_ ? draining : in_.count() ? reading : idle;
         if (now == draining && phase_ != draining)
             socket_.shutdown(1);
-        since_ = now != phase_ ? common_.clock.spend() : since_;
-        phase_ = now;
+        since_ = std::exchange(phase_, now) != now ? common_.clock.spend() : since_;
         const bool reads = !is_at_end_ && (now == draining || may_go_on());
         return watch((reads ? EV_READ : 0) | (now == answering ? EV_WRITE : 0));
     }

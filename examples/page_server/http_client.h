@@ -12,6 +12,8 @@ private:
         const char* const status = request_.read(in_);
         if (status == ok) {
             serve();
+        } else if (status == go_on) { // which takes none of the time of the request
+            return out_.print(99, "HTTP/1.1 %s\r\n\r\n", status), false;
         } else if (status) {
             is_ending_ = true; // what is behind it cannot be understood
             common_.log.write(msg_refused, peer_.c_str(), status);
@@ -27,7 +29,7 @@ private:
             return fail("404 Not Found");
         page& p = **found;
         if (!p.allows(request_.method))
-            return fail("405 Method Not Allowed", share_str::print_str("Allow: %s\r\n", p.methods.c_str()));
+            return fail("405 Method Not Allowed", (share_str("Allow: ") += p.methods) += "\r\n");
         p.render(request_) ? answer(ok, { p.out.rptr(), p.out.count() }) : fail("500 Internal Server Error");
     }
     void fail(const char* status, const share_str& fields = "") {
@@ -38,10 +40,9 @@ private:
         const std::time_t now = std::time(nullptr);
         char date[32];
         std::strftime(date, sizeof date, "%a, %d %b %Y %H:%M:%S GMT", std::gmtime(&now));
-        const char* const close = is_ending_ ? "Connection: close\r\n" : "";
-        out_.print(1024, "HTTP/1.1 %s\r\nDate: %s\r\nContent-Type: text/html; charset=utf-8\r\n"
-                         "Content-Length: %u\r\n%s%s\r\n",
-                   status, date, unsigned(text.size()), fields.c_str(), close);
+        out_.print(1024 + fields.length(), "HTTP/1.1 %s\r\nDate: %s\r\nContent-Type: text/html; charset="
+                                           "utf-8\r\nContent-Length: %u\r\n%s%s\r\n", status, date,
+                   unsigned(text.size()), fields.c_str(), is_ending_ ? "Connection: close\r\n" : "");
         if (request_.method != "HEAD")
             out_.write(text.data(), unsigned(text.size()));
     }

@@ -28,7 +28,7 @@ inline bool decode(std::string_view from, char plus, share_str& to) {
     return true;
 }
 
-constexpr char ok[] = "200 OK", bad_request[] = "400 Bad Request"; // other statuses stand where they arise
+constexpr char ok[] = "200 OK", go_on[] = "100 Continue", bad_request[] = "400 Bad Request";
 
 class http_request {
 public:
@@ -51,7 +51,7 @@ public:
             line_ = end + 1;
         }
         if (all.size() - line_ < length_)
-            return nullptr;
+            return std::exchange(expects_, 0) ? go_on : nullptr;
         body = text_of(all.substr(line_, length_));
         in.rmove(int(line_ + length_));
         stage_ = at_start;
@@ -82,7 +82,7 @@ private:
         method = text_of(verb);
         query = text_of(target);
         keeps_alive = true;
-        hosts_ = lengths_ = length_ = 0;
+        expects_ = hosts_ = lengths_ = length_ = 0;
         stage_ = in_fields;
         return decode(place, '+', path) ? nullptr : bad_request;
     }
@@ -95,7 +95,9 @@ private:
         value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
         value = value.substr(0, value.find_last_not_of(" \t") + 1);
         hosts_ += is(name, "host");
-        keeps_alive &= !is(name, "connection") || !is(value, "close");
+        for (std::size_t i = 0; is(name, "connection") && i < value.size(); ++i) // among others, too
+            keeps_alive &= !is(value.substr(i, 5), "close");
+        expects_ |= is(name, "expect") && is(value, "100-continue");
         if (is(name, "transfer-encoding"))
             return "411 Length Required";
         if (!is(name, "content-length"))
@@ -117,5 +119,5 @@ private:
     const settings& most_;
     enum { at_start, in_fields, in_body } stage_ = at_start;
     std::size_t line_ = 0;                          // where the line to be read begins
-    unsigned hosts_ = 0, lengths_ = 0, length_ = 0; // how often these fields came, and the body's length
+    unsigned expects_ = 0, hosts_ = 0, lengths_ = 0, length_ = 0; // how often they came, the body's length
 };

@@ -63,10 +63,10 @@ private:
     }
     // A translation cannot ask for what is not there: at most four conversions, all of them "%s".
     static bool is_usable(const char* text) {
-        int count = 0;
+        int count = text == log_table::get_default().fmt ? 5 : 0; // which stands for what was not usable
         while ((text = std::strchr(text, '%')) && (text[1] == '%' || (text[1] == 's' && ++count <= 4)))
             text += 2;
-        return !text;
+        return !text && count <= 4;
     }
     log_table tables_[3]; // by language
     logctx context_ { "pages", 0, 0, nullptr, nullptr };

@@ -46,9 +46,10 @@ private:
         machine_.clear();
         machine_.get_field().add_object("settings", const_cast<settings*>(&from_));
         xpp::xcompiler compiler;
-        is_compiled_ = compiler.compile(machine_, file.c_str()) >= 0;
-        if (is_compiled_)
+        if ((is_compiled_ = compiler.compile(machine_, file.c_str()) >= 0))
             log_.write(msg_compiled, file.c_str());
+        else if (seen_.second != ~0ull && compiler.get_last_error().get_err() == err::file_system)
+            seen_.second = ~1ull; // it is there and may be readable soon
         return is_compiled_ || fail(compiler);
     }
     // What scripts can call beside the functions that every script has.

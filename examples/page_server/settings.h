@@ -43,7 +43,7 @@ private:
     int number(const char* section, const char* name, int by_default, int low, int high,
                const char* given = nullptr) const {
         const share_str value = given ? given : text(section, name);
-        const int n = value.isempty() ? by_default : str::read_int(value.c_str(), low - 1);
+        const int n = value.isempty() && !given ? by_default : str::read_int(value.c_str(), low - 1);
         if (n < low || n > high)
             refuse(err::invalid_parameter, section, name, value, share_str::print_str("%d to %d", low, high));
         return n;
