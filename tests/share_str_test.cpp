@@ -921,6 +921,9 @@ TEST(static_str, works_in_the_callers_buffer)
     EXPECT_STREQ("", buffer);
     EXPECT_EQ(buffer, s.c_str());
     char empty[1] = { 'x' };
+    const static_str null(static_cast<char*>(nullptr));
+    EXPECT_EQ(0u, null.capacity());
+    EXPECT_EQ(0u, null.length());
     static_str nothing(empty, 0);
     nothing.clear();
     EXPECT_EQ(-1, nothing.print("y"));
