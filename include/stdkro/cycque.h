@@ -152,6 +152,12 @@ private:
 
     unsigned larger_size() const { return size_ == 0 ? 8 : size_ * 2; }
 
+    // Gives back a ring, whose items are gone or were never made.
+    struct ring_memory {
+        T* ring;
+        ~ring_memory() { container_memory::give(ring); }
+    };
+
     // A larger ring with `item` in slot `place`, and the items there are from slot 0 on.
     // `item` goes first: it may be one of them.
     template <class ITEM>
@@ -160,16 +166,10 @@ private:
         const unsigned size = larger_size();
         if (size == 0)
             throw xrterror(err::out_of_memory, "out of memory");
-        T* const ring = static_cast<T*>(container_memory::take_array(size, sizeof(T)));
-        try {
-            new (ring + place) T(std::forward<ITEM>(item));
-            move_items(ring, ring + place);
-        } catch (...) {
-            container_memory::give(ring);
-            throw;
-        }
-        container_memory::give(ring_);
-        ring_ = ring;
+        ring_memory other { static_cast<T*>(container_memory::take_array(size, sizeof(T))) };
+        new (other.ring + place) T(std::forward<ITEM>(item));
+        move_items(other.ring, other.ring + place);
+        std::swap(ring_, other.ring);
         size_ = size;
         first_ = 0;
     }
@@ -216,8 +216,8 @@ private:
     }
 
     T* ring_ = nullptr;
-    unsigned size_ = 0;
     unsigned first_ = 0;
+    unsigned size_ = 0; // between the two that change together: written as one, they are read late
     unsigned count_ = 0;
 };
 
