@@ -296,8 +296,6 @@ struct machine_state {
     loop_end last_end;
     // Counts the times the activations were dropped.
     unsigned epoch;
-    // Calls from the host that have not returned, the newest first.
-    const host_call* host_calls = nullptr;
     // Activations, and behind `depth` used ones for the next calls.
     std::vector<xcontext*> contexts;
     unsigned depth;
@@ -314,6 +312,8 @@ struct machine_state {
     std::vector<std::unique_ptr<arg_list>> levels;
     unsigned level;
     base_var return_value;
+    // Calls from the host that have not returned, the newest first.
+    const host_call* host_calls = nullptr;
 };
 
 [[noreturn]] void throw_status(int code);
