@@ -265,6 +265,23 @@ std::string trouble_reading_back(const std::string& text, xml_doc& back)
     return read_text(text, back, failed, work) < 0 ? describe(failed) : "";
 }
 
+// What is to be written, what is read of that, and why it cannot be read; empty where it can.
+struct rewritten {
+    std::string text;
+    xml_doc back;
+    std::string trouble;
+};
+
+// Returns the exit status.
+int rewrite(const xml_file& file, rewritten& made)
+{
+    const int r = write_text(file.doc, made.text);
+    if (r < 0)
+        return report_error_in(file.path, r);
+    made.trouble = trouble_reading_back(made.text, made.back);
+    return exit_success;
+}
+
 int save(const xml_file& file, const std::string& text)
 {
     if (has_byte_255(file.text))
@@ -347,17 +364,15 @@ int set(xml_file& file, const arguments& words)
     const int r = set_value(file, path, value);
     if (r < 0)
         return report_path(file, path, r);
-    std::string text;
-    const int written = write_text(file.doc, text);
-    if (written < 0)
-        return report_error_in(file.path, written);
-    xml_doc back;
-    const std::string trouble = trouble_reading_back(text, back);
-    if (!trouble.empty() && !is_place_writable(file, path))
-        return refuse(file, trouble);
-    if (!trouble.empty() || !is_restored(back, path, value))
+    rewritten made;
+    const int status = rewrite(file, made);
+    if (status != exit_success)
+        return status;
+    if (!made.trouble.empty() && !is_place_writable(file, path))
+        return refuse(file, made.trouble);
+    if (!made.trouble.empty() || !is_restored(made.back, path, value))
         return refuse(file, "the value cannot be written in an XML file");
-    return save(file, text);
+    return save(file, made.text);
 }
 
 int rm(xml_file& file, const arguments& words)
@@ -367,13 +382,11 @@ int rm(xml_file& file, const arguments& words)
         return report_path(file, words[0], r);
     if (!file.doc.get_doc_node())
         return refuse(file, "a document cannot be without its root element");
-    std::string text;
-    const int written = write_text(file.doc, text);
-    if (written < 0)
-        return report_error_in(file.path, written);
-    xml_doc back;
-    const std::string trouble = trouble_reading_back(text, back);
-    return trouble.empty() ? save(file, text) : refuse(file, trouble);
+    rewritten made;
+    const int status = rewrite(file, made);
+    if (status != exit_success)
+        return status;
+    return made.trouble.empty() ? save(file, made.text) : refuse(file, made.trouble);
 }
 
 // The options that print a document, and the actions on it.
