@@ -1,3 +1,4 @@
+// What the tool asks of the file system of POSIX: new files that are nobody else's, and bytes on the disk.
 #include "files.h"
 
 #include <fcntl.h>

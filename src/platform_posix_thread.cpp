@@ -6,12 +6,12 @@
 // two more switches whenever the thread is the first.
 //
 // Suspension: a signal brings the thread into a handler, where it parks at a gate
-// until the count is 0 again. Killing: the thread parks for ever, with
-// all signals blocked, and tells its end itself. Who suspends or kills waits until
-// the thread has parked, holding nothing and stopped as any other thread: two may
-// stop each other. Sanitizers hold signals back from a thread that does not sleep in a function they
-// know, so a wait that was interrupted looks at the gate too, and who waits
-// for the thread to park sends the signal again after a while.
+// until the count is 0 again. Killing: the thread parks for ever, with all signals
+// blocked, and tells its end itself. Who suspends or kills waits until the thread has
+// parked, holding nothing and stopped as any other thread: two may stop each other.
+// Sanitizers hold signals back from a thread that does not sleep in a function they
+// know, so a wait that was interrupted looks at the gate too, and who waits for the
+// thread to park sends the signal again after a while.
 #include "platform.h"
 #include "platform_posix.h"
 #include "platform_posix_futex.h"
